@@ -1,0 +1,13 @@
+// mailrig: one mail-system change per run, chosen by the first argument.
+#include <syslog.h>
+
+#include "front/dispatch/dispatcher.h"
+#include "front/dispatch/report.h"
+#include "runtime/log.h"
+
+int main(int argc, char* argv[])
+{
+    quelt_log_init(nullptr, LOG_INFO, LOG_MAIL, LOG_PID | LOG_PERROR, "mailrig");
+    return quelt::runReportingExceptions(
+        [&] { return quelt::mail::postfix::mailrig_commands::do_main(argc, argv); });
+}

@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Runs a command in a private mount and host-name namespace where every system path mailrig
+# writes is fresh and lives only in memory: /etc, /var, /usr/local and /tmp are overlays whose
+# writable layer is a tmpfs, and the mail system's own folders start empty. The host is never
+# modified and the namespace dies with the command.
+#
+#   tests/sandbox/sandbox.sh COMMAND [ARGS...]
+#
+# Inside: Postfix's config is the fixture in tests/sandbox/postfix, the users popuser and
+# postfix exist, and the host name is mail.sandbox.test. Helpers for what a test may add
+# (a private MariaDB server, stand-in programs) are in tests/sandbox/*.sh.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+if [ "$(id -u)" -ne 0 ]; then
+  echo "sandbox.sh: must run as root (it mounts file systems in a private namespace)" >&2
+  exit 2
+fi
+
+if [ -z "${MAILRIG_SANDBOX_WORK:-}" ] || [ "${MAILRIG_SANDBOX_INSIDE:-}" != "$$" ]; then
+  # The mount point is the one trace on the host, an empty folder removed when we are done.
+  work=$(mktemp -d /tmp/mailrig-sandbox.XXXXXX)
+  trap 'rmdir "$work" 2>/dev/null || true' EXIT
+  status=0
+  # --fork: the command runs as a child of unshare, so the namespace ends with it.
+  MAILRIG_SANDBOX_WORK=$work unshare --mount --uts --propagation private --fork \
+    bash -c 'export MAILRIG_SANDBOX_INSIDE=$$; exec "$0" "$@"' "$0" "$@" || status=$?
+  exit "$status"
+fi
+
+work=$MAILRIG_SANDBOX_WORK
+mount -t tmpfs -o mode=0700 mailrig-sandbox "$work"
+for top in /etc /var /usr/local /tmp; do
+  name=${top//\//_}
+  mkdir -p "$work/$name/upper" "$work/$name/work"
+  mount -t overlay overlay -o "lowerdir=$top,upperdir=$work/$name/upper,workdir=$work/$name/work" "$top"
+done
+# The sandbox's own folder stays reachable below the overlaid /tmp only through this path.
+export MAILRIG_SANDBOX_ROOT=$work
+
+# Fresh, empty folders for everything the mail system owns.
+for dir in /var/spool/postfix /var/qmail /var/lib/quelt /etc/zvt /etc/zvt-spf /etc/domainkeys \
+           /etc/sysconfig /usr/local/zvt /var/spool/cron; do
+  rm -rf "$dir"
+  mkdir -p "$dir"
+done
+mount -t tmpfs -o mode=1777 mailrig-lock /run/lock
+mkdir -p /var/lock/files
+mkdir -p /var/spool/postfix/quelt /var/spool/postfix/pid
+
+cp "$here/postfix/main.cf" "$here/postfix/master.cf" /etc/postfix/
+: > /etc/aliases
+
+getent group popuser >/dev/null || groupadd --system popuser
+getent passwd popuser >/dev/null ||
+  useradd --system --gid popuser --home-dir /var/qmail --no-create-home --shell /usr/sbin/nologin popuser
+getent passwd postfix >/dev/null ||
+  { groupadd --system postfix; useradd --system --gid postfix --home-dir /var/spool/postfix \
+      --no-create-home --shell /usr/sbin/nologin postfix; }
+
+hostname mail.sandbox.test
+
+status=0
+"$@" || status=$?
+exit "$status"

@@ -1,0 +1,56 @@
+// Captures what the process writes to one descriptor (1 or 2) into a temporary file.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+class CaptureFd {
+public:
+    explicit CaptureFd(int fd) : fd_(fd)
+    {
+        std::fflush(nullptr);
+        file_ = std::tmpfile();
+        saved_ = ::dup(fd_);
+        ::dup2(::fileno(file_), fd_);
+    }
+    ~CaptureFd()
+    {
+        restore();
+        std::fclose(file_);
+    }
+    CaptureFd(const CaptureFd&) = delete;
+    CaptureFd& operator=(const CaptureFd&) = delete;
+
+    // What was written so far (stdio buffers are not flushed here on purpose).
+    std::string text() const
+    {
+        std::string out;
+        char buf[4096];
+        const off_t end = ::lseek(::fileno(file_), 0, SEEK_CUR);
+        ssize_t n;
+        off_t at = 0;
+        while (at < end && (n = ::pread(::fileno(file_), buf, sizeof buf, at)) > 0) {
+            out.append(buf, static_cast<size_t>(n));
+            at += n;
+        }
+        return out;
+    }
+    void restore()
+    {
+        if (saved_ >= 0) {
+            std::fflush(nullptr);
+            ::dup2(saved_, fd_);
+            ::close(saved_);
+            saved_ = -1;
+        }
+    }
+
+private:
+    int fd_;
+    int saved_ = -1;
+    std::FILE* file_;
+};

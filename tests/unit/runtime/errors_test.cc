@@ -1,0 +1,77 @@
+// Exception types: which class a code throws, and the texts the panel ends up reading.
+#include <cerrno>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "runtime/errors.h"
+#include "runtime/traceable.h"
+
+namespace {
+
+TEST(SystemError, CodeZeroTakesErrnoButStaysPlain)
+{
+    errno = ENOENT;
+    try {
+        quelt::throwSystemError("open", 0);
+    } catch (const quelt::ExSystemError<ENOENT>&) {
+        FAIL() << "code 0 must not pick the ENOENT type";
+    } catch (const quelt::SystemError& e) {
+        EXPECT_EQ(e.code(), ENOENT);
+        EXPECT_EQ(std::string(e.what()), std::string("open: ") + std::strerror(ENOENT));
+    }
+}
+
+TEST(SystemError, SelectedCodesHaveTheirOwnType)
+{
+    EXPECT_THROW(quelt::throwSystemError("x", EPERM), quelt::ExSystemError<EPERM>);
+    EXPECT_THROW(quelt::throwSystemError("x", ENOENT), quelt::ExSystemError<ENOENT>);
+    EXPECT_THROW(quelt::throwSystemError("x", EINTR), quelt::ExSystemError<EINTR>);
+    EXPECT_THROW(quelt::throwSystemError("x", ECHILD), quelt::ExSystemError<ECHILD>);
+    EXPECT_THROW(quelt::throwSystemError("lock() failed", EAGAIN), quelt::SystemError);
+    try {
+        quelt::throwSystemError("lock() failed", EAGAIN);
+    } catch (const quelt::SystemError& e) {
+        EXPECT_EQ(std::string(e.what()), std::string("lock() failed: ") + std::strerror(EAGAIN));
+    }
+}
+
+TEST(SystemError, EmptyMessageIsJustTheSystemText)
+{
+    const quelt::SystemError e("", EACCES);
+    EXPECT_STREQ(e.what(), std::strerror(EACCES));
+}
+
+quelt::ExTag kTestTag;
+
+struct RecordingVisitor : quelt::ExInfoVisitor {
+    std::string trail;
+    void visitTag(const std::string& s) override { trail += "tag:" + s + ";"; }
+    void visitId(const std::string& s) override { trail += "id:" + std::to_string(s.size()) + ";"; }
+    void visitText(const std::string& s) override { trail += "text:" + s + ";"; }
+    void visitFunction(const std::string& s) override { trail += "fn:" + s + ";"; }
+    void visitFile(const std::string& s) override { trail += "file:" + s + ";"; }
+    void visitLine(int n) override { trail += "line:" + std::to_string(n) + ";"; }
+    void enterIncluded() override { trail += "in;"; }
+    void visitCode(int n) override { trail += "code:" + std::to_string(n) + ";"; }
+};
+
+TEST(Traceable, FormatsVisitsAndCopiesTheIncludedException)
+{
+    quelt::Exc<&kTestTag> inner("Inner", "inner %1%", 1, "f()", "a.cc", 7);
+    inner % 5;
+    quelt::Exc<&kTestTag> outer("Outer", "failed with %1%.\n%2%", 3, "g()", "b.cc", 63);
+    outer % 2 % "Stdout is\nx\n";
+    outer.include(inner);
+    EXPECT_STREQ(outer.what(), "failed with 2.\nStdout is\nx\n");
+
+    std::unique_ptr<Cloneable> copy(outer.clone());
+    RecordingVisitor visitor;
+    dynamic_cast<const quelt::ExVisitable&>(*copy).accept(visitor);
+    EXPECT_EQ(visitor.trail,
+              "fn:g();file:b.cc;line:63;tag:Outer;id:36;code:3;text:failed with 2.\nStdout is\nx\n;"
+              "in;fn:f();file:a.cc;line:7;tag:Inner;id:36;code:1;text:inner 5;");
+    EXPECT_NE(outer.id(), inner.id());
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+// The panel configuration file: line rules, reports, defaults and the password hand-over.
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "capture.h"
+#include "runtime/ascii_numeric.h"
+#include "runtime/log.h"
+#include "runtime/zvt_conf.h"
+
+namespace {
+
+struct Parsed {
+    conf_data conf;
+    std::string reports;
+};
+
+Parsed parse(const std::string& text)
+{
+    char path[] = "/tmp/zvt_conf_test.XXXXXX";
+    const int fd = ::mkstemp(path);
+    std::ofstream(path) << text;
+    ::close(fd);
+    quelt_log_init("console", 12, LOG_MAIL, 0, "test");
+    Parsed result;
+    {
+        CaptureFd out(1), err(2);
+        EXPECT_EQ(conf_read_file_r(path, result.conf), 0);
+        result.reports = err.text();
+    }
+    ::unlink(path);
+    return result;
+}
+
+std::string get(const Parsed& p, const std::string& key)
+{
+    return conf_get_r(key, p.conf).value_or("<none>");
+}
+
+TEST(ZvtConf, LineRules)
+{
+    const Parsed p = parse(
+        "# comment\n"
+        "   \n"
+        "QUELT_MAILNAMES_D /srv/mail # where mail lives\n"
+        "PRODUCT_ROOT_D\t/opt/zvt   \n"
+        "HTTPD_SERVICE=httpd\n"
+        "NO_VALUE   \n"
+        "  TWICE first\n"
+        "TWICE second\n"
+        "-bad value\n"
+        "LAST value without newline");
+    EXPECT_EQ(get(p, "QUELT_MAILNAMES_D"), "/srv/mail");
+    EXPECT_EQ(get(p, "PRODUCT_ROOT_D"), "/opt/zvt");
+    EXPECT_EQ(get(p, "HTTPD_SERVICE"), "<none>");
+    EXPECT_EQ(get(p, "HTTPD_SERVICE=httpd"), "<none>");
+    EXPECT_EQ(get(p, "NO_VALUE"), "<none>");
+    EXPECT_EQ(get(p, "TWICE"), "second");
+    EXPECT_EQ(get(p, "LAST"), "value without newline");
+    EXPECT_EQ(p.reports,
+              "Invalid variable definition HTTPD_SERVICE=httpd\n\n"
+              "Expected a space after variable name\n\n"
+              "Invalid variable definition NO_VALUE   \n\nExpected a value\n"
+              "Invalid variable definition -bad value\n\n"
+              "Expected a space after variable name\n\n");
+}
+
+TEST(ZvtConf, MissingFileFallsBackToDefaults)
+{
+    // The unit tests run outside the sandbox only where /etc/zvt/zvt.conf does not exist.
+    if (::access("/etc/zvt/zvt.conf", F_OK) == 0)
+        GTEST_SKIP() << "a real /etc/zvt/zvt.conf is present";
+    quelt_log_init("console", 0, LOG_MAIL, 0, "test");
+    EXPECT_EQ(zvtConfGetDefaultByIndex(PRODUCT_ROOT_D_IDX), "/usr/local/zvt");
+    EXPECT_EQ(zvtConfGetDefault("QUELT_MAILNAMES_D").value_or(""), "/var/qmail/mailnames");
+    EXPECT_FALSE(zvtConfGet("NO_RESTART_DAEMON").has_value());
+    CaptureFd out(1);
+    EXPECT_FALSE(zvtConfGetDefault("_MAX_POSSIBLE_ZVT_CONF_VAR_NAME").has_value());
+    EXPECT_NE(out.text().find("variable '_MAX_POSSIBLE_ZVT_CONF_VAR_NAME' isn't found neither in "
+                              "/etc/zvt/zvt.conf nor in compile-time defaults"),
+              std::string::npos);
+}
+
+TEST(EnvPassword, PlainWinsAndOnlyItIsRemoved)
+{
+    ::setenv("ZVT_PASSWORD", "plain", 1);
+    ::setenv("ZVT_CRYPTED_PASSWORD", "$AES$x", 1);
+    std::string password;
+    int crypted = -1;
+    ASSERT_EQ(get_env_password(password, crypted), 0);
+    EXPECT_EQ(password, "plain");
+    EXPECT_EQ(crypted, 0);
+    EXPECT_EQ(std::getenv("ZVT_PASSWORD"), nullptr);
+    ASSERT_EQ(get_env_password(password, crypted), 0);
+    EXPECT_EQ(password, "$AES$x");
+    EXPECT_EQ(crypted, 1);
+    EXPECT_EQ(get_env_password(password, crypted), -1);
+    EXPECT_EQ(password, "$AES$x");
+}
+
+TEST(ASCIIToNumeric, StrictDecimal)
+{
+    struct Case {
+        const char* in;
+        bool ok;
+        int value;
+    };
+    const Case cases[] = {{" 42 ", true, 42},  {"+7", true, 7},     {"65535", true, 65535},
+                          {"65536", false, 0}, {"-1", false, 0},    {"4x", false, 0},
+                          {"", false, 0},      {"+", false, 0},     {"+ ", true, 0},
+                          {" \t\r\n", false, 0}, {"12 3", false, 0}, {"x1", false, 0}};
+    for (const auto& c : cases) {
+        std::uint16_t out = 999;
+        errno = 0;
+        EXPECT_EQ(Util::ASCIIToNumeric(c.in, out), c.ok) << '"' << c.in << '"';
+        EXPECT_EQ(out, c.ok ? c.value : 999) << '"' << c.in << '"';
+    }
+    std::uint16_t out = 0;
+    errno = 0;
+    Util::ASCIIToNumeric("65536", out);
+    EXPECT_EQ(errno, ERANGE);
+}
+
+}  // namespace
