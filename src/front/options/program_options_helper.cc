@@ -52,7 +52,10 @@ void ProgramOptionsHelper::parse(int argc, char* argv[])
     options_.add_options()("help,h", "displays this help message");
 
     const int style = po::command_line_style::default_style & ~po::command_line_style::allow_guessing;
-    po::store(po::command_line_parser(argc, argv).options(options_).style(style).run(), values_);
+    // An empty positional description makes a stray word an error instead of being ignored.
+    const po::positional_options_description noPositional;
+    po::store(po::command_line_parser(argc, argv).options(options_).positional(noPositional).style(style).run(),
+              values_);
     po::notify(values_);
 
     if (values_.count("help"))

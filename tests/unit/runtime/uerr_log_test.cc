@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture.h"
+#include "support/capture.h"
 #include "runtime/log.h"
 #include "runtime/uerr.h"
 

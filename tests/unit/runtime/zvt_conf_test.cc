@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture.h"
+#include "support/capture.h"
 #include "runtime/ascii_numeric.h"
 #include "runtime/log.h"
 #include "runtime/zvt_conf.h"

@@ -1,0 +1,103 @@
+// The dispatcher and the last-resort report, driven through a test command table.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "auth/passwd_location.h"
+#include "front/dispatch/dispatcher.h"
+#include "front/dispatch/report.h"
+#include "runtime/errors.h"
+#include "support/child.h"
+
+namespace mc = quelt::mail::postfix::mailrig_commands;
+
+namespace {
+
+int returnsThree(int argc, char* argv[])
+{
+    // The handler sees its command word as argv[0] and runs on the Postfix password layout.
+    if (argc != 2 || std::string(argv[0]) != "--three" || std::string(argv[1]) != "--opt")
+        return 99;
+    return mailAuthDBPath() == "/var/spool/postfix/quelt/passwd.db" ? 3 : 98;
+}
+
+int throwsDatabaseError(int, char*[])
+{
+    throw quelt::mail::postfix::PostfixDatabaseError("postmap: fatal: no table");
+}
+
+int throwsSystemError(int, char*[])
+{
+    quelt::throwSystemError("lock() failed", EAGAIN);
+}
+
+int throwsInt(int, char*[])
+{
+    throw 42;
+}
+
+ChildResult runTable(std::vector<std::string> words)
+{
+    const mc::CommandTable table{{"--three", returnsThree},
+                                 {"--db", throwsDatabaseError},
+                                 {"--sys", throwsSystemError},
+                                 {"--int", throwsInt}};
+    return runInChild([&] {
+        std::vector<char*> argv{const_cast<char*>("mailrig")};
+        for (auto& w : words)
+            argv.push_back(w.data());
+        return quelt::runReportingExceptions(
+            [&] { return mc::dispatch(table, static_cast<int>(argv.size()), argv.data()); });
+    });
+}
+
+TEST(Dispatch, HandlerResultBecomesTheStatus)
+{
+    EXPECT_EQ(runTable({"--three", "--opt"}).status, 3);
+}
+
+TEST(Dispatch, EscapingExceptionsAreReportedOnBothStreams)
+{
+    struct Case {
+        const char* word;
+        int status;
+        std::string report;
+    };
+    const Case cases[] = {
+        {"--db", 1, "Fatal error: quelt::mail::postfix::PostfixDatabaseError(postmap: fatal: no table)\n"},
+        {"--sys", 1,
+         std::string("Fatal error: quelt::ExSystemError<11>(lock() failed: ") + std::strerror(EAGAIN) + ")\n"},
+        {"--int", 2, "UNSPECIFIED ERROR OCCURED\n"},
+    };
+    for (const auto& c : cases) {
+        const auto r = runTable({c.word});
+        EXPECT_EQ(r.status, c.status) << c.word;
+        EXPECT_EQ(r.err, c.report) << c.word;
+        EXPECT_EQ(r.out, c.report) << c.word;
+    }
+}
+
+TEST(Dispatch, UnknownWordIsAnInvalidCommand)
+{
+    const auto r = runTable({"--four"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err.rfind("Error: invalid command --four\nUsage: mailrig <COMMAND> <COMMAND OPTIONS...>\n", 0), 0u)
+        << r.err;
+    EXPECT_EQ(r.out, "");
+}
+
+TEST(PasswordLocation, StartsOnTheQmailLayoutAndIgnoresUnknownStyles)
+{
+    const auto r = runInChild([] {
+        const bool initial = mailAuthDBPath() == "/var/lib/quelt/mail/auth/passwd.db" &&
+                             mailAuthKeyPath() == "/var/lib/quelt/mail/auth/passwd_db_key";
+        mailAuthDBSelectStyle(1);
+        mailAuthDBSelectStyle(7);
+        const bool kept = mailAuthKeyPath() == "/var/spool/postfix/quelt/passwd_db_key";
+        return initial && kept && mailAuthDBToKeyPath("/a/b/passwd.db") == "/a/b/passwd_db_key" ? 0 : 1;
+    });
+    EXPECT_EQ(r.status, 0);
+}
+
+}  // namespace
