@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "../runtime/capture.h"
+#include "support/capture.h"
 #include "auth/cipher.h"
 #include "auth/sqlite_db.h"
 #include "key_files.h"
