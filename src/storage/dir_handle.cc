@@ -7,19 +7,23 @@
 #include <cerrno>
 #include <utility>
 
+#include "runtime/fd_owner.h"
+
 namespace quelt::mail {
 
 DirHandle::DirHandle(const char* path) : dir_(::opendir(path)) {}
 
 DirHandle::DirHandle(const DirHandle& parent, const char* name)
 {
-    const int fd = ::openat(parent.fd(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0)
+    FdOwner fd(::openat(parent.fd(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid())
         return;
-    dir_ = ::fdopendir(fd);
-    if (!dir_) {
+    dir_ = ::fdopendir(fd.get());
+    if (dir_)
+        fd.release();  // the stream owns it now
+    else {
         const int saved = errno;
-        ::close(fd);  // fdopendir did not take it over
+        fd.reset();
         errno = saved;
     }
 }

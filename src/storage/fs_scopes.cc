@@ -10,7 +10,7 @@ namespace quelt::mail {
 
 CwdScope::CwdScope()
 {
-    saved_ = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    saved_.reset(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
 CwdScope::~CwdScope()
@@ -27,13 +27,12 @@ bool CwdScope::enter(const std::string& path)
 
 bool CwdScope::restore()
 {
-    if (saved_ < 0)
+    if (!saved_.valid())
         return true;
     const int saved_errno = errno;
-    const bool ok = ::fchdir(saved_) == 0;
+    const bool ok = ::fchdir(saved_.get()) == 0;
     const int fchdir_errno = errno;
-    ::close(saved_);  // a read-only directory descriptor: nothing is lost if closing fails
-    saved_ = -1;
+    saved_.reset();  // a read-only directory descriptor: nothing is lost if closing fails
     errno = ok ? saved_errno : fchdir_errno;
     return ok;
 }

@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "runtime/fd_owner.h"
+
 namespace quelt::mail {
 
 // Sets the creation mask and restores the previous one at the end of the scope.
@@ -31,7 +33,7 @@ public:
     CwdScope& operator=(const CwdScope&) = delete;
 
     // False (errno set) when the working directory could not be remembered.
-    bool remembered() const { return saved_ >= 0; }
+    bool remembered() const { return saved_.valid(); }
     // chdir(path); false with errno set on failure.
     bool enter(const std::string& path);
     // Returns to the remembered directory now; false with errno set on failure. Keeps the
@@ -39,7 +41,7 @@ public:
     bool restore();
 
 private:
-    int saved_ = -1;
+    FdOwner saved_;
 };
 
 }  // namespace quelt::mail

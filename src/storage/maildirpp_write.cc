@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 #include "storage/dir_handle.h"
 #include "storage/fs_scopes.h"
@@ -45,26 +46,26 @@ public:
             errno = EEXIST;
             return false;
         }
-        fd_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
-        if (fd_ < 0)
+        fd_.reset(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+        if (!fd_.valid())
             return false;
         name_ = name;
         struct stat opened;
-        if (::fstat(fd_, &opened) != 0 || ::lstat(name.c_str(), &st) != 0 ||
+        if (::fstat(fd_.get(), &opened) != 0 || ::lstat(name.c_str(), &st) != 0 ||
             opened.st_dev != st.st_dev || opened.st_ino != st.st_ino) {
             if (errno == 0)
                 errno = EEXIST;
             discard();
             return false;
         }
-        if (::ftruncate(fd_, 0) != 0) {
+        if (::ftruncate(fd_.get(), 0) != 0) {
             discard();
             return false;
         }
         return true;
     }
 
-    int fd() const { return fd_; }
+    int fd() const { return fd_.get(); }
     const std::string& name() const { return name_; }
 
     // Writes all of `text`, repeating on EINTR and EAGAIN.
@@ -72,7 +73,7 @@ public:
     {
         size_t done = 0;
         while (done < text.size()) {
-            const ssize_t n = ::write(fd_, text.data() + done, text.size() - done);
+            const ssize_t n = ::write(fd_.get(), text.data() + done, text.size() - done);
             if (n < 0) {
                 if (errno == EINTR || errno == EAGAIN)
                     continue;
@@ -86,10 +87,9 @@ public:
     // fsync and close; the file stays until it is renamed or discarded.
     bool commit()
     {
-        const bool synced = ::fsync(fd_) == 0;
+        const bool synced = ::fsync(fd_.get()) == 0;
         const int saved = errno;
-        const bool closed = ::close(fd_) == 0;
-        fd_ = -1;
+        const bool closed = fd_.close_nothrow() == 0;
         if (!synced)
             errno = saved;
         return synced && closed;
@@ -107,16 +107,14 @@ private:
     void discard()
     {
         const int saved = errno;
-        if (fd_ >= 0)
-            ::close(fd_);
-        fd_ = -1;
+        fd_.reset();
         if (!name_.empty())
             ::unlink(name_.c_str());
         name_.clear();
         errno = saved;
     }
 
-    int fd_ = -1;
+    quelt::FdOwner fd_;
     std::string name_;
 };
 

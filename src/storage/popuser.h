@@ -3,12 +3,16 @@
 
 #include <sys/types.h>
 
+#include "runtime/launch.h"
+
 namespace quelt::mail {
 
 constexpr const char* kMailOwner = "popuser";
 
-// Looks popuser up in the system's password database; false (errno as left by the lookup,
-// 0 when the user simply does not exist) when it is missing.
-bool lookupMailOwner(uid_t& uid, gid_t& gid);
+// popuser's uid and primary gid; false (errno set, ENOENT when it does not exist) when missing.
+inline bool lookupMailOwner(uid_t& uid, gid_t& gid)
+{
+    return quelt_ugid(kMailOwner, &uid, &gid) == 0;
+}
 
 }  // namespace quelt::mail

@@ -259,7 +259,7 @@ TEST(MaildirOwnerTest, MissingPopuserFailsBeforeTouchingTheDisk)
         return 13;
     });
     EXPECT_EQ(child.status, 0) << child.err;
-    EXPECT_EQ(child.err, "user popuser not found: Success");
+    EXPECT_EQ(child.err, "user popuser not found: No such file or directory");
 }
 
 TEST(CwdScopeTest, ReturnsToTheRememberedDirectory)
