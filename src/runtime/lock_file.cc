@@ -23,8 +23,10 @@ lock_ptr mk_lock_(const std::string& name, int openFlags, int operation, bool ha
     // Close-on-exec: a child must not keep the lock alive after we release it.
     quelt::FdOwner fd(::open(lock->path.c_str(), openFlags | O_CLOEXEC, 0644));
     if (!fd.valid()) {
+        const int saved = errno;
         lock->fd = fd.release();
-        messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path.c_str(), std::strerror(errno));
+        messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path.c_str(), std::strerror(saved));
+        errno = saved;  // callers report the open failure's own reason
         return lock;
     }
     if (fd.get() == 0) {

@@ -24,7 +24,9 @@ if [ -z "${MAILRIG_SANDBOX_WORK:-}" ] || [ "${MAILRIG_SANDBOX_INSIDE:-}" != "$$"
   trap 'rmdir "$work" 2>/dev/null || true' EXIT
   status=0
   # --fork: the command runs as a child of unshare, so the namespace ends with it.
-  MAILRIG_SANDBOX_WORK=$work unshare --mount --uts --propagation private --fork \
+  # --pid: the command is the namespace's first process, so when it ends the kernel ends
+  # every process it left behind (a test's database server included).
+  MAILRIG_SANDBOX_WORK=$work unshare --mount --uts --pid --mount-proc --propagation private --fork \
     bash -c 'export MAILRIG_SANDBOX_INSIDE=$$; exec "$0" "$@"' "$0" "$@" || status=$?
   exit "$status"
 fi
@@ -45,6 +47,14 @@ for dir in /var/spool/postfix /var/qmail /var/lib/quelt /etc/zvt /etc/zvt-spf /e
   rm -rf "$dir"
   mkdir -p "$dir"
 done
+# /run is the host's: hide its database socket folder so that no test can reach a server of the
+# host; a test's own server (mariadb.sh) puts its socket there.
+if [ -d /run/mysqld ]; then
+  mount -t tmpfs -o mode=0755 mailrig-mysqld /run/mysqld
+else
+  mount -t tmpfs -o mode=0755 mailrig-run /run
+  mkdir -p /run/lock /run/mysqld
+fi
 mount -t tmpfs -o mode=1777 mailrig-lock /run/lock
 mkdir -p /var/lock/files
 mkdir -p /var/spool/postfix/quelt /var/spool/postfix/pid

@@ -1,0 +1,271 @@
+// Connection to the panel database and the lookups of domain aliases, mailnames and mail aliases.
+#include "auth/panel_db.h"
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "runtime/log.h"
+
+namespace {
+
+struct FileClose {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+struct ResultFree {
+    void operator()(MYSQL_RES* result) const { mysql_free_result(result); }
+};
+using MysqlResult = std::unique_ptr<MYSQL_RES, ResultFree>;
+
+// The handle to use: the caller's, or one opened here (kept in `own`, closed with it).
+MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
+{
+    if (handle)
+        return handle;
+    own = db_connect();
+    return own.get();
+}
+
+}  // namespace
+
+MysqlHandle quelt_db_connect_raw_ex(std::string& error)
+{
+    std::unique_ptr<std::FILE, FileClose> file(std::fopen(kPanelPasswordFile, "r"));
+    if (!file) {
+        error = std::string("Unable to open admin password file: ") + std::strerror(errno);
+        return nullptr;
+    }
+    char line[100];
+    errno = 0;
+    if (!std::fgets(line, sizeof line, file.get())) {
+        error = std::string("Unable to read admin password file: ") + std::strerror(errno);
+        return nullptr;
+    }
+    const std::size_t length = std::strlen(line);
+    if (length > 0 && line[length - 1] == '\n')
+        line[length - 1] = '\0';
+    MysqlHandle handle(mysql_init(nullptr));
+    if (!handle) {
+        errno = ENOMEM;
+        error = std::string("Unable to initialize MySQL connection structure: ") + std::strerror(ENOMEM);
+        return nullptr;
+    }
+    const bool connected = mysql_real_connect(handle.get(), "localhost", "admin", line, "zvt", 0, nullptr, 0);
+    std::memset(line, 0, sizeof line);
+    if (!connected) {
+        error = std::string("Unable to connect to Quelt Database: ") + mysql_error(handle.get());
+        return nullptr;
+    }
+    return handle;
+}
+
+MysqlHandle quelt_db_connect_raw(std::string& error)
+{
+    MysqlHandle handle = quelt_db_connect_raw_ex(error);
+    if (handle && mysql_errno(handle.get()) != 0)
+        return nullptr;
+    return handle;
+}
+
+MysqlHandle quelt_db_connect_ex(std::string& error)
+{
+    MysqlHandle handle = quelt_db_connect_raw(error);
+    if (handle && mysql_query(handle.get(), "SET NAMES utf8") != 0) {
+        const unsigned number = mysql_errno(handle.get());
+        char text[4097];
+        if (number != 0)
+            std::snprintf(text, sizeof text, "DB error (%s) %u: %s", "set names query", number,
+                          mysql_error(handle.get()));
+        else
+            std::snprintf(text, sizeof text, "DB error (%s): unknown error", "set names query");
+        error = text;
+    }
+    return handle;
+}
+
+MysqlHandle quelt_db_connect(std::string& error)
+{
+    MysqlHandle handle = quelt_db_connect_ex(error);
+    if (handle && mysql_errno(handle.get()) != 0)
+        return nullptr;
+    return handle;
+}
+
+MysqlHandle db_connect_nothrow(std::string& error)
+{
+    return quelt_db_connect(error);
+}
+
+MysqlHandle db_connect()
+{
+    std::string error;
+    MysqlHandle handle = db_connect_nothrow(error);
+    if (!handle)
+        messlog2(0, 0, "%s", error.c_str());
+    return handle;
+}
+
+std::string mysql_real_escape_entity(MYSQL* handle, const std::string& text)
+{
+    MysqlHandle own;
+    MYSQL* use = handle;
+    if (!use) {
+        own = db_connect();
+        use = own.get();
+        if (!use) {
+            quelt_log(LOG_ERR, "Unable to connect to mysql database for query escape");
+            std::exit(1);
+        }
+    }
+    std::string escaped(text.size() * 2 + 1, '\0');
+    const unsigned long length = mysql_real_escape_string(use, &escaped[0], text.data(), text.size());
+    escaped.resize(length);
+    return escaped;
+}
+
+int exec_mysql_query(MYSQL* handle, const std::string& query, StringList& list)
+{
+    MysqlHandle own;
+    MYSQL* use = useOrConnect(handle, own);
+    if (!use) {
+        quelt_log(LOG_ERR, "Unable to connect to mysql database");
+        return -1;
+    }
+    if (mysql_real_query(use, query.data(), query.size()) != 0) {
+        quelt_log(LOG_ERR, "Failed to exec query, Error: %s", mysql_error(use));
+        return -1;
+    }
+    list.reset();
+    MysqlResult result(mysql_store_result(use));
+    if (!result) {
+        if (mysql_errno(use) == 0)
+            return 0;
+        quelt_log(LOG_ERR, "Unable to get data from mysql database: %s", mysql_error(use));
+        return -1;
+    }
+    StringList rows;
+    while (MYSQL_ROW row = mysql_fetch_row(result.get())) {
+        if (!rows)
+            rows.emplace();
+        rows->emplace_back(row[0] ? row[0] : "");
+    }
+    list = std::move(rows);
+    return 0;
+}
+
+namespace {
+
+// Formats a lookup's query around escaped values; false when it does not fit.
+template <class... Args>
+bool formatQuery(std::string& query, const char* format, const Args&... args)
+{
+    const int length = std::snprintf(nullptr, 0, format, args.c_str()...);
+    if (length < 0) {
+        quelt_log(LOG_ERR, "Unable to create database query");
+        return false;
+    }
+    query.assign(static_cast<std::size_t>(length) + 1, '\0');
+    std::snprintf(&query[0], query.size(), format, args.c_str()...);
+    query.resize(static_cast<std::size_t>(length));
+    return true;
+}
+
+}  // namespace
+
+int get_domaliases_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
+{
+    const std::string escaped = mysql_real_escape_entity(handle, domain);
+    std::string query;
+    if (!formatQuery(query, "SELECT da.name FROM domainaliases da JOIN domains d WHERE da.dom_id=d.id and d.name='%s'",
+                     escaped))
+        return -1;
+    if (exec_mysql_query(handle, query, list) != 0) {
+        quelt_log(LOG_ERR, "Unable to get domain aliases from database for: %s", domain.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int get_mailnames_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
+{
+    const std::string escaped = mysql_real_escape_entity(handle, domain);
+    std::string query;
+    if (!formatQuery(query, "SELECT m.mail_name FROM mail m JOIN domains d WHERE m.dom_id=d.id AND d.name='%s'",
+                     escaped))
+        return -1;
+    if (exec_mysql_query(handle, query, list) != 0) {
+        quelt_log(LOG_ERR, "Unable to get mailnames from domain: %s", domain.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int get_aliases_by_mailname(MYSQL* handle, StringList& list, const std::string& mailname, const std::string& domain)
+{
+    const std::string escapedMailname = mysql_real_escape_entity(handle, mailname);
+    const std::string escapedDomain = mysql_real_escape_entity(handle, domain);
+    std::string query;
+    if (!formatQuery(query,
+                     "SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d WHERE ma.mn_id=m.id AND "
+                     "m.mail_name='%s' AND m.dom_id=d.id AND d.name='%s'",
+                     escapedMailname, escapedDomain))
+        return -1;
+    if (exec_mysql_query(handle, query, list) != 0) {
+        quelt_log(LOG_ERR, "Unable to get aliases for mailname: %s@%s", mailname.c_str(), domain.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+int get_domain_by_domainalias(MYSQL* handle, std::optional<std::string>& domain, const std::string& domainAlias)
+{
+    const std::string escaped = mysql_real_escape_entity(handle, domainAlias);
+    std::string query;
+    if (!formatQuery(query, "SELECT d.name FROM domains d JOIN domainaliases da WHERE d.id=da.dom_id AND da.name='%s'",
+                     escaped))
+        return -1;
+    StringList names;
+    if (exec_mysql_query(handle, query, names) != 0) {
+        quelt_log(LOG_ERR, "Unable to get domain by domainalias: %s", domainAlias.c_str());
+        return -1;
+    }
+    if (names && !names->empty())
+        domain = names->front();
+    return 0;
+}
+
+std::optional<std::string> get_dom_Limit(const std::string& domainId, const std::string& limitName, MYSQL* handle)
+{
+    MysqlHandle own;
+    MYSQL* use = handle;
+    if (!use) {
+        own = db_connect();
+        use = own.get();
+        if (!use) {
+            messlog2(0, 0, "Unable to connect to the mysql database\n");
+            return std::nullopt;
+        }
+    }
+    char query[4096];
+    std::snprintf(query, sizeof query,
+                  "select l.value from domains d, Limits l \t\t\t\t where d.id='%s' and d.limits_id=l.id  and "
+                  "l.limit_name='%s'",
+                  domainId.c_str(), limitName.c_str());
+    if (mysql_query(use, query) != 0) {
+        messlog2(0, 0, "Unable to query domain limit %s: %s\n", limitName.c_str(), mysql_error(use));
+        return std::nullopt;
+    }
+    MysqlResult result(mysql_store_result(use));
+    if (!result) {
+        messlog2(0, 0, "Unable to query domain limit %s: %s\n", limitName.c_str(), mysql_error(use));
+        return std::nullopt;
+    }
+    MYSQL_ROW row = mysql_fetch_row(result.get());
+    if (!row || !row[0])
+        return std::string();
+    return std::string(row[0]).substr(0, 4095);
+}

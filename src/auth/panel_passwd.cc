@@ -1,0 +1,208 @@
+// Password-database changes applied to a domain with its aliases or a mailname with its aliases.
+#include "auth/panel_passwd.h"
+
+#include <syslog.h>
+
+#include "auth/passwd_db.h"
+#include "runtime/log.h"
+
+namespace {
+
+bool none(const StringList& list)
+{
+    return !list || list->empty();
+}
+
+}  // namespace
+
+int rm_mname_from_domains(const std::string& mailname, const std::string& domain)
+{
+    if (mailAuthRemove(mailname, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), domain.c_str());
+        return -1;
+    }
+    StringList aliases;
+    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get domain aliases for domain %s", domain.c_str());
+        return -1;
+    }
+    if (none(aliases))
+        return 0;
+    for (const auto& alias : *aliases) {
+        if (mailAuthRemove(mailname, alias) != 0) {
+            quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), alias.c_str());
+            return -1;
+        }
+    }
+    return 1;
+}
+
+int rm_mails_from_domains(const std::string& mailname, const std::string& domain)
+{
+    if (mailAuthRemove(mailname, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), domain.c_str());
+        return -1;
+    }
+    if (rm_mname_from_domains(mailname, domain) < 0) {
+        quelt_log(LOG_ERR, "Unable to remove mailname from domain aliases");
+        return -1;
+    }
+    StringList mailAliases;
+    if (get_aliases_by_mailname(nullptr, mailAliases, mailname, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get mail aliases for mailname %s@%s", mailname.c_str(), domain.c_str());
+        return -1;
+    }
+    if (none(mailAliases))
+        return 0;
+    for (const auto& alias : *mailAliases) {
+        if (rm_mname_from_domains(alias, domain) < 0) {
+            quelt_log(LOG_ERR, "Unable to remove mailname from domain aliases");
+            return -1;
+        }
+    }
+    return 1;
+}
+
+int set_passwd_for_domains(const std::string& mailname, const std::string& domain,
+                           const std::optional<std::string>& password, int flags)
+{
+    if (set_postbox_passwd(mailname, domain, password, flags) != 0) {
+        quelt_log(LOG_ERR, "Unable to set password for mailname %s@%s", mailname.c_str(), domain.c_str());
+        return -1;
+    }
+    StringList aliases;
+    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get domain aliases for domain %s", domain.c_str());
+        return -1;
+    }
+    if (none(aliases))
+        return 0;
+    for (const auto& alias : *aliases)
+        if (set_postbox_passwd(mailname, alias, password, flags) != 0)
+            return -1;
+    return 1;
+}
+
+int set_mass_postbox_passwd(const std::string& mailname, const std::string& domain,
+                            const std::optional<std::string>& password, int flags)
+{
+    if (set_passwd_for_domains(mailname, domain, password, flags) < 0)
+        return -1;
+    StringList mailAliases;
+    if (get_aliases_by_mailname(nullptr, mailAliases, mailname, domain) != 0)
+        return -1;
+    if (none(mailAliases))
+        return 0;
+    for (const auto& alias : *mailAliases)
+        if (set_passwd_for_domains(alias, domain, password, flags) < 0)
+            return -1;
+    return 1;
+}
+
+int domain_auth_action(const std::string& domain, const DomainAuthAction& action, const std::string& actionWords)
+{
+    if (action(domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to %s for domain %s", actionWords.c_str(), domain.c_str());
+        return -1;
+    }
+    StringList aliases;
+    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get aliases for domain %s", domain.c_str());
+        return -1;
+    }
+    if (none(aliases))
+        return 0;
+    for (const auto& alias : *aliases) {
+        if (action(alias) != 0) {
+            quelt_log(LOG_ERR, "Unable to %s for domain alias %s", actionWords.c_str(), alias.c_str());
+            return -1;
+        }
+    }
+    return 1;
+}
+
+int add_domain_auth_alias(const std::string& domain, const std::string& domainAlias)
+{
+    StringList mailnames;
+    if (get_mailnames_by_domain(nullptr, mailnames, domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get mailnames from domain %s", domain.c_str());
+        return -1;
+    }
+    return add_domain_auth_alias_for(mailnames, domain, domainAlias);
+}
+
+int add_domain_auth_alias_for(const StringList& mailnames, const std::string& domain, const std::string& domainAlias)
+{
+    if (!mailnames)
+        return 0;
+    const auto clone = [&](const std::string& name) {
+        if (mailAuthClone(name, domain, name, domainAlias) == 0)
+            return true;
+        quelt_log(LOG_ERR, "Unable to clone auth record for %s@%s", name.c_str(), domainAlias.c_str());
+        return false;
+    };
+    for (const auto& mailname : *mailnames) {
+        StringList mailAliases;
+        if (get_aliases_by_mailname(nullptr, mailAliases, mailname, domain) != 0) {
+            quelt_log(LOG_ERR, "Unable to get mail aliases for %s@%s", mailname.c_str(), domain.c_str());
+            return -1;
+        }
+        if (mailAliases)
+            for (const auto& alias : *mailAliases)
+                if (!clone(alias))
+                    return -1;
+        if (!clone(mailname))
+            return -1;
+    }
+    return 1;
+}
+
+int rm_domain_auth_alias(const std::string& domainAlias)
+{
+    if (mailAuthRemoveDomain(domainAlias) != 0) {
+        quelt_log(LOG_ERR, "Unable to remove domain %s from auth database", domainAlias.c_str());
+        return -1;
+    }
+    std::optional<std::string> domain;
+    if (get_domain_by_domainalias(nullptr, domain, domainAlias) != 0) {
+        quelt_log(LOG_ERR, "Unable to get domain by domain alias %s", domainAlias.c_str());
+        return -1;
+    }
+    if (!domain)
+        return 0;
+    StringList mailnames;
+    if (get_mailnames_by_domain(nullptr, mailnames, *domain) != 0) {
+        quelt_log(LOG_ERR, "Unable to get mailnames from domain %s", domainAlias.c_str());
+        return -1;
+    }
+    if (none(mailnames))
+        return 0;
+    for (const auto& mailname : *mailnames) {
+        StringList mailAliases;
+        if (get_aliases_by_mailname(nullptr, mailAliases, mailname, *domain) != 0) {
+            quelt_log(LOG_ERR, "Unable to get aliases for mailname %s@%s", mailname.c_str(), domain->c_str());
+            return -1;
+        }
+        if (!mailAliases)
+            continue;
+        for (const auto& alias : *mailAliases) {
+            if (mailAuthRemove(alias, domainAlias) != 0) {
+                quelt_log(LOG_ERR, "Unable to remove mail alias %s@%s", alias.c_str(), domainAlias.c_str());
+                return -1;
+            }
+        }
+    }
+    return 0;
+}
+
+namespace quelt::mail {
+
+void append_domainaliases_by_domain(std::vector<std::string>& names, const std::string& domain)
+{
+    StringList aliases;
+    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0 || !aliases)
+        return;
+    names.insert(names.end(), aliases->begin(), aliases->end());
+}
+
+}  // namespace quelt::mail

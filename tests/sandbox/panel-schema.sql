@@ -1,0 +1,41 @@
+-- The panel database tables and columns mailrig reads, for the sandbox's MariaDB server.
+-- Tests fill them with their own rows.
+CREATE TABLE domains (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  name VARCHAR(255) NOT NULL UNIQUE,
+  webspace_id INT UNSIGNED NOT NULL DEFAULT 0,
+  limits_id INT UNSIGNED NULL
+) DEFAULT CHARSET=utf8;
+
+CREATE TABLE domainaliases (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  name VARCHAR(255) NOT NULL UNIQUE,
+  dom_id INT UNSIGNED NOT NULL
+) DEFAULT CHARSET=utf8;
+
+CREATE TABLE mail (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  mail_name VARCHAR(245) NOT NULL,
+  dom_id INT UNSIGNED NOT NULL,
+  mbox_quota BIGINT NOT NULL DEFAULT -1,
+  UNIQUE KEY (dom_id, mail_name)
+) DEFAULT CHARSET=utf8;
+
+CREATE TABLE mail_aliases (
+  id INT UNSIGNED NOT NULL AUTO_INCREMENT PRIMARY KEY,
+  mn_id INT UNSIGNED NOT NULL,
+  alias VARCHAR(245) NOT NULL,
+  UNIQUE KEY (mn_id, alias)
+) DEFAULT CHARSET=utf8;
+
+CREATE TABLE Limits (
+  id INT UNSIGNED NOT NULL,
+  limit_name VARCHAR(255) NOT NULL,
+  value VARCHAR(255) NOT NULL,
+  PRIMARY KEY (id, limit_name)
+) DEFAULT CHARSET=utf8;
+
+CREATE TABLE misc (
+  param VARCHAR(255) NOT NULL PRIMARY KEY,
+  val VARCHAR(255)
+) DEFAULT CHARSET=utf8;

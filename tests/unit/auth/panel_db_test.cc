@@ -1,0 +1,303 @@
+// The panel database on a real MariaDB server (tests/sandbox/mariadb.sh): connection, lookups,
+// escaping, the misc settings, and password changes spread over aliases.
+#include "auth/panel_db.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "../runtime/capture.h"
+#include "auth/mysql_connection.h"
+#include "auth/panel_passwd.h"
+#include "passwd_fixture.h"
+
+namespace {
+
+std::vector<std::string> sorted(const StringList& list)
+{
+    std::vector<std::string> out = list ? *list : std::vector<std::string>{"(no list)"};
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Panel rows: main.test (aliases alias1.test, alias2.test; mailnames info and sales, sales with
+// the mail aliases shop and store), plain.test (mailname solo, no aliases), and a domain whose
+// name holds a quote and a backslash.
+class PanelTest : public PasswdDbFixture {
+protected:
+    void SetUp() override
+    {
+        PasswdDbFixture::SetUp();
+        panel_ = db_connect();
+        ASSERT_TRUE(panel_) << "the sandbox's MariaDB server is not reachable";
+        for (const char* table : {"domains", "domainaliases", "mail", "mail_aliases", "Limits", "misc"})
+            sql(std::string("DELETE FROM ") + table);
+        sql("INSERT INTO domains (id, name, limits_id) VALUES (1, 'main.test', 5), (2, 'plain.test', NULL), "
+            "(3, 'o\\'hara\\\\x.test', NULL)");
+        sql("INSERT INTO domainaliases (name, dom_id) VALUES ('alias1.test', 1), ('alias2.test', 1), "
+            "('quoted-alias.test', 3)");
+        sql("INSERT INTO mail (id, mail_name, dom_id) VALUES (10, 'info', 1), (11, 'sales', 1), (12, 'solo', 2)");
+        sql("INSERT INTO mail_aliases (mn_id, alias) VALUES (11, 'shop'), (11, 'store')");
+        sql("INSERT INTO Limits (id, limit_name, value) VALUES (5, 'mbox_quota', '1048576')");
+        sql("INSERT INTO misc (param, val) VALUES ('message_submission', 'true'), ('capital', 'True'), "
+            "('digit', '1')");
+    }
+
+    void sql(const std::string& statement)
+    {
+        ASSERT_EQ(mysql_query(panel_.get(), statement.c_str()), 0) << statement << ": " << mysql_error(panel_.get());
+    }
+
+    MysqlHandle panel_;
+};
+
+TEST_F(PanelTest, LookupsReturnRowsOrNoList)
+{
+    StringList list;
+    ASSERT_EQ(get_domaliases_by_domain(panel_.get(), list, "main.test"), 0);
+    EXPECT_EQ(sorted(list), (std::vector<std::string>{"alias1.test", "alias2.test"}));
+    ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "plain.test"), 0);
+    EXPECT_FALSE(list) << "no rows must give no list, not an empty one";
+
+    ASSERT_EQ(get_mailnames_by_domain(nullptr, list, "main.test"), 0);
+    EXPECT_EQ(sorted(list), (std::vector<std::string>{"info", "sales"}));
+    ASSERT_EQ(get_aliases_by_mailname(nullptr, list, "sales", "main.test"), 0);
+    EXPECT_EQ(sorted(list), (std::vector<std::string>{"shop", "store"}));
+    ASSERT_EQ(get_aliases_by_mailname(nullptr, list, "sales", "plain.test"), 0);
+    EXPECT_FALSE(list);
+
+    std::optional<std::string> domain;
+    ASSERT_EQ(get_domain_by_domainalias(nullptr, domain, "alias2.test"), 0);
+    EXPECT_EQ(domain, std::optional<std::string>("main.test"));
+    domain = "untouched";
+    ASSERT_EQ(get_domain_by_domainalias(nullptr, domain, "unknown.test"), 0);
+    EXPECT_EQ(domain, std::optional<std::string>("untouched"));
+
+    std::vector<std::string> names{"main.test"};
+    quelt::mail::append_domainaliases_by_domain(names, "main.test");
+    quelt::mail::append_domainaliases_by_domain(names, "plain.test");
+    ASSERT_EQ(names.size(), 3u);
+    EXPECT_EQ(names[0], "main.test");
+}
+
+TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
+{
+    EXPECT_EQ(mysql_real_escape_entity(panel_.get(), "a'b\\c\"d"), "a\\'b\\\\c\\\"d");
+    EXPECT_EQ(mysql_real_escape_entity(nullptr, "it's"), "it\\'s");
+
+    StringList list;
+    ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "o'hara\\x.test"), 0);
+    EXPECT_EQ(sorted(list), std::vector<std::string>{"quoted-alias.test"});
+    for (const char* attack : {"x' OR '1'='1", "x\\' OR 1=1 -- ", "' UNION SELECT name FROM domains -- "}) {
+        ASSERT_EQ(get_domaliases_by_domain(nullptr, list, attack), 0) << attack;
+        EXPECT_FALSE(list) << attack;
+        ASSERT_EQ(get_aliases_by_mailname(nullptr, list, attack, attack), 0) << attack;
+        EXPECT_FALSE(list) << attack;
+    }
+}
+
+TEST_F(PanelTest, ExecQueryWithoutResultSetGivesNoList)
+{
+    StringList list = std::vector<std::string>{"stale"};
+    EXPECT_EQ(exec_mysql_query(panel_.get(), "UPDATE misc SET val = val WHERE param = 'none'", list), 0);
+    EXPECT_FALSE(list);
+
+    CaptureFd err(2);
+    EXPECT_EQ(exec_mysql_query(panel_.get(), "SELECT nonsense FROM nowhere", list), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Failed to exec query, Error: Table 'zvt.nowhere' doesn't exist\n");
+}
+
+TEST_F(PanelTest, ConnectionReadsTheFirstLineOfThePasswordFile)
+{
+    const std::string saved = readFile(kPanelPasswordFile);
+    const std::string password = saved.substr(0, saved.find('\n'));
+    const std::pair<std::string, std::string> cases[] = {
+        {password, ""},  // no line end: used whole
+        {password + "\n\n", ""},
+        {password + "x\n", "Unable to connect to Quelt Database: Access denied for user 'admin'@'localhost' "
+                           "(using password: YES)"},
+        {"", "Unable to read admin password file: Success"},
+    };
+    for (const auto& [content, failure] : cases) {
+        std::ofstream(kPanelPasswordFile, std::ios::binary | std::ios::trunc) << content;
+        std::string error;
+        MysqlHandle handle = quelt_db_connect(error);
+        EXPECT_EQ(static_cast<bool>(handle), failure.empty()) << content;
+        EXPECT_EQ(error, failure) << content;
+    }
+    std::ofstream(kPanelPasswordFile, std::ios::binary | std::ios::trunc) << saved;
+}
+
+TEST_F(PanelTest, MiscSettingsAreTrueOnlyForExactTrue)
+{
+    using quelt::mail::restore::getBoolMiscParamSafe;
+    quelt::mysql::Connection connection(true);
+    EXPECT_TRUE(getBoolMiscParamSafe("message_submission", connection, false));
+    for (const char* name : {"capital", "digit"}) {
+        EXPECT_FALSE(getBoolMiscParamSafe(name, connection, true)) << name;
+    }
+    EXPECT_TRUE(getBoolMiscParamSafe("missing", connection, true));
+    EXPECT_FALSE(getBoolMiscParamSafe("missing", connection, false));
+
+    sql("RENAME TABLE misc TO misc_away");
+    CaptureFd err(2);
+    EXPECT_TRUE(getBoolMiscParamSafe("message_submission", connection, true));
+    err.restore();
+    sql("RENAME TABLE misc_away TO misc");
+    EXPECT_EQ(err.text(), "Warning: MySQL Error on Mail Authentication Type query: MySQL error 1146: Table "
+                          "'zvt.misc' doesn't exist executing query: SELECT    val  FROM misc    WHERE "
+                          "param='message_submission', ignored\n");
+}
+
+TEST_F(PanelTest, ConnectionStreamEscapesValuesAndRejectsDuplicateFields)
+{
+    using quelt::mysql::Query;
+    quelt::mysql::Connection connection(true);
+    quelt::mysql::row_t row;
+    connection << "SELECT '" << Query::value << "it's a \\ test" << "' AS v, " << 7 << " AS n, " << 1.5 << " AS d";
+    quelt::mysql::Result result = connection << Query::fetch;
+    ASSERT_TRUE(result.fetch(row));
+    EXPECT_EQ(row, (quelt::mysql::row_t{{"d", "1.500000"}, {"n", "7"}, {"v", "it's a \\ test"}}));
+    EXPECT_FALSE(result.fetch(row));
+
+    connection << "SELECT `" << Query::name << "a`b" << "` FROM (SELECT 1 AS `a``b`) t";
+    result = connection << Query::fetch;
+    ASSERT_TRUE(result.fetch(row));
+    EXPECT_EQ(row.count("a`b"), 1u);
+
+    connection << "SELECT 1 AS a, 2 AS a";
+    result = connection << Query::fetch;
+    try {
+        result.fetch(row);
+        ADD_FAILURE() << "two columns named a were accepted";
+    } catch (const quelt::mysql::mError& e) {
+        EXPECT_STREQ(e.what(), "duplicated field a in query");
+    }
+}
+
+TEST_F(PanelTest, DomainLimit)
+{
+    EXPECT_EQ(get_dom_Limit("1", "mbox_quota", nullptr), std::optional<std::string>("1048576"));
+    EXPECT_EQ(get_dom_Limit("2", "mbox_quota", panel_.get()), std::optional<std::string>(""));
+    sql("RENAME TABLE Limits TO Limits_away");
+    CaptureFd err(2);
+    EXPECT_FALSE(get_dom_Limit("1", "mbox_quota", panel_.get()));
+    err.restore();
+    sql("RENAME TABLE Limits_away TO Limits");
+    // messlog2 may add the client's left-over errno on a line of its own.
+    EXPECT_EQ(err.text().rfind("Unable to query domain limit mbox_quota: Table 'zvt.Limits' doesn't exist\n", 0), 0u)
+        << err.text();
+}
+
+TEST_F(PanelTest, PasswordsSpreadOverDomainAliases)
+{
+    EXPECT_EQ(set_passwd_for_domains("solo", "plain.test", std::string("pw"), 0), 0);
+    EXPECT_EQ(set_passwd_for_domains("info", "main.test", std::string("pw"), 0), 1);
+    EXPECT_EQ(users(), (std::vector<std::string>{"info@alias1.test|0|0", "info@alias2.test|0|0",
+                                                 "info@main.test|0|0", "solo@plain.test|0|0"}));
+    EXPECT_EQ(decrypt(column("u.userPassword", "info", "alias2.test")), "pw");
+
+    EXPECT_EQ(rm_mname_from_domains("solo", "plain.test"), 0);
+    EXPECT_EQ(rm_mname_from_domains("info", "main.test"), 1);
+    EXPECT_TRUE(users().empty());
+
+    EXPECT_EQ(domain_auth_action("plain.test", mailAuthDisableDomain, "disable auth records"), 0);
+    ASSERT_EQ(set_passwd_for_domains("info", "main.test", std::string("{X}h"), kMailAuthHashed), 1);
+    EXPECT_EQ(domain_auth_action("main.test", mailAuthDisableDomain, "disable auth records"), 1);
+    EXPECT_EQ(users(), (std::vector<std::string>{"info@alias1.test|0|1", "info@alias2.test|0|1",
+                                                 "info@main.test|0|1"}));
+    EXPECT_EQ(domain_auth_action("main.test", mailAuthRemoveDomain, "remove auth record"), 1);
+    EXPECT_TRUE(users().empty());
+}
+
+TEST_F(PanelTest, PasswordsSpreadOverMailAliases)
+{
+    EXPECT_EQ(set_mass_postbox_passwd("info", "main.test", std::string("pw"), 0), 0);
+    EXPECT_EQ(set_mass_postbox_passwd("sales", "main.test", std::string("pw"), 0), 1);
+    EXPECT_EQ(users().size(), 3u * 4u);
+    EXPECT_EQ(column("u.name", "store", "alias1.test"), "store");
+
+    EXPECT_EQ(rm_mails_from_domains("info", "main.test"), 0);
+    EXPECT_EQ(rm_mails_from_domains("sales", "main.test"), 1);
+    EXPECT_TRUE(users().empty());
+}
+
+TEST_F(PanelTest, DomainAliasAuthRecords)
+{
+    ASSERT_EQ(set_mass_postbox_passwd("sales", "main.test", std::string("pw"), kMailAuthUserDisabled), 1);
+    ASSERT_EQ(mailAuthSet("info", "main.test", std::string("{X}h"), kMailAuthHashed), 0);
+    ASSERT_EQ(mailAuthSet("solo", "plain.test", std::string("pw"), 0), 0);
+
+    EXPECT_EQ(add_domain_auth_alias("o'hara\\x.test", "new-alias.test"), 0) << "a domain without mailnames";
+    EXPECT_EQ(add_domain_auth_alias_for(std::nullopt, "main.test", "new-alias.test"), 0);
+    EXPECT_EQ(add_domain_auth_alias_for(std::vector<std::string>{}, "main.test", "new-alias.test"), 1);
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'new-alias.test'"),
+              std::vector<std::string>{"0"});
+
+    EXPECT_EQ(add_domain_auth_alias("main.test", "new-alias.test"), 1);
+    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "new-alias.test"), "{X}h");
+    EXPECT_EQ(column("u.userPassword", "shop", "new-alias.test"), column("u.userPassword", "shop", "main.test"));
+    EXPECT_EQ(column("u.status", "sales", "new-alias.test"), "1");
+
+    // Known to the panel: the alias domain goes, and the mail aliases' rows under it.
+    EXPECT_EQ(rm_domain_auth_alias("alias1.test"), 0);
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'alias1.test'"),
+              std::vector<std::string>{"0"});
+    // Unknown to the panel: only the alias domain's own rows go.
+    EXPECT_EQ(rm_domain_auth_alias("new-alias.test"), 0);
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM users u, domains d WHERE u.dom_id = d.id AND d.name IN "
+                            "('new-alias.test', 'alias1.test')"),
+              std::vector<std::string>{"0"});
+    EXPECT_EQ(users().size(), 4u + 3u + 1u) << "main.test and alias2.test keep theirs, plain.test its own";
+}
+
+TEST_F(PanelTest, FailingActionStopsAndReports)
+{
+    CaptureFd err(2);
+    EXPECT_EQ(domain_auth_action("main.test", [](const std::string& d) { return d == "main.test" ? 0 : -1; },
+                                 "enable auth records"),
+              -1);
+    err.restore();
+    EXPECT_TRUE(err.text() == "Unable to enable auth records for domain alias alias1.test\n" ||
+                err.text() == "Unable to enable auth records for domain alias alias2.test\n")
+        << err.text();
+
+    mailAuthDBSetPath(dir_.file("missing/passwd.db"));
+    CaptureFd err2(2);
+    EXPECT_EQ(set_passwd_for_domains("info", "main.test", std::string("pw"), kMailAuthHashed), -1);
+    err2.restore();
+    EXPECT_NE(err2.text().find("Unable to set password for mailname info@main.test\n"), std::string::npos)
+        << err2.text();
+}
+
+TEST_F(PanelTest, LostConnectionMakesLookupsFail)
+{
+    MysqlHandle victim = db_connect();
+    ASSERT_TRUE(victim);
+    sql("KILL CONNECTION " + std::to_string(mysql_thread_id(victim.get())));
+
+    StringList list;
+    CaptureFd err(2);
+    EXPECT_EQ(get_domaliases_by_domain(victim.get(), list, "main.test"), -1);
+    err.restore();
+    EXPECT_NE(err.text().find("Failed to exec query, Error: "), std::string::npos) << err.text();
+    EXPECT_NE(err.text().find("\nUnable to get domain aliases from database for: main.test\n"), std::string::npos)
+        << err.text();
+
+    quelt::mysql::Connection connection(victim.get());
+    CaptureFd err2(2);
+    EXPECT_TRUE(quelt::mail::restore::getBoolMiscParamSafe("message_submission", connection, true));
+    err2.restore();
+    EXPECT_EQ(err2.text().rfind("Warning: MySQL Error on Mail Authentication Type query: MySQL error ", 0), 0u)
+        << err2.text();
+}
+
+}  // namespace

@@ -1,0 +1,212 @@
+// The password database on a real SQLite file: registrations, clones, renames, removals,
+// status changes, read access, and a writer that meets another process's lock.
+#include "auth/passwd_db.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "../runtime/capture.h"
+#include "passwd_fixture.h"
+
+namespace {
+
+using PasswdDbTest = PasswdDbFixture;
+
+TEST_F(PasswdDbTest, RegistrationFillsExactlyOneColumnAndReplacesTheRow)
+{
+    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("{CRYPT}hash"), kMailAuthHashed), 0);
+    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "example.com"), "{CRYPT}hash");
+    EXPECT_EQ(column("u.userPassword", "info", "example.com"), "NULL");
+
+    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("plain pw"), 0), 0);
+    const std::string stored = column("u.userPassword", "info", "example.com");
+    EXPECT_TRUE(is_encrypted_with_mail_aes(stored.c_str())) << stored;
+    EXPECT_EQ(decrypt(stored), "plain pw");
+    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "example.com"), "NULL");
+
+    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("{CRYPT}other"), kMailAuthHashed), 0);
+    EXPECT_EQ(column("u.userPassword", "info", "example.com"), "NULL");
+    EXPECT_EQ(rows(dbPath_, "SELECT name, status FROM domains"), std::vector<std::string>{"example.com|0"});
+}
+
+TEST_F(PasswdDbTest, DisabledFlagsSetUserAndNewDomainStatus)
+{
+    ASSERT_EQ(mailAuthSet("a", "off.test", std::string("pw"), kMailAuthUserDisabled | kMailAuthDomainDisabled), 0);
+    ASSERT_EQ(mailAuthSet("b", "off.test", std::string("pw"), 0), 0);
+    EXPECT_EQ(users(), (std::vector<std::string>{"a@off.test|1|1", "b@off.test|0|1"}));
+    ASSERT_EQ(mailAuthEnableDomain("off.test"), 0);
+    ASSERT_EQ(mailAuthDisableDomain("unknown.test"), 0);
+    EXPECT_EQ(users(), (std::vector<std::string>{"a@off.test|1|0", "b@off.test|0|0"}));
+    ASSERT_EQ(mailAuthDisableDomain("off.test"), 0);
+    EXPECT_EQ(rows(dbPath_, "SELECT name, status FROM domains"), std::vector<std::string>{"off.test|1"});
+}
+
+TEST_F(PasswdDbTest, CloneKeepsStoredTextAndFlags)
+{
+    ASSERT_EQ(mailAuthSet("enc", "src.test", std::string("pw"), kMailAuthUserDisabled | kMailAuthDomainDisabled), 0);
+    ASSERT_EQ(mailAuthSet("hash", "src.test", std::string("$1$hash"), kMailAuthHashed), 0);
+    ASSERT_EQ(mailAuthClone("enc", "src.test", "enc", "alias.test"), 0);
+    ASSERT_EQ(mailAuthClone("hash", "src.test", "copy", "alias.test"), 0);
+
+    EXPECT_EQ(column("u.userPassword", "enc", "alias.test"), column("u.userPassword", "enc", "src.test"));
+    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "copy", "alias.test"), "$1$hash");
+    EXPECT_EQ(column("u.userPassword", "copy", "alias.test"), "NULL");
+    EXPECT_EQ(users(), (std::vector<std::string>{"copy@alias.test|0|1", "enc@alias.test|1|1", "enc@src.test|1|1",
+                                                 "hash@src.test|0|1"}));
+
+    const auto before = users();
+    EXPECT_EQ(mailAuthClone("nobody", "src.test", "nobody", "alias.test"), 0);
+    EXPECT_EQ(mailAuthClone("enc", "nowhere.test", "enc", "other.test"), 0);
+    EXPECT_EQ(users(), before);
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains"), std::vector<std::string>{"2"});
+}
+
+TEST_F(PasswdDbTest, DomainRemovalTakesItsUsersRenameKeepsThem)
+{
+    for (const char* name : {"a", "b"})
+        ASSERT_EQ(mailAuthSet(name, "gone.test", std::string("pw"), 0), 0);
+    ASSERT_EQ(mailAuthSet("c", "kept.test", std::string("pw"), 0), 0);
+    ASSERT_EQ(mailAuthRenameDomain("kept.test", "renamed.test"), 0);
+    ASSERT_EQ(mailAuthRemoveDomain("gone.test"), 0);
+    EXPECT_EQ(users(), std::vector<std::string>{"c@renamed.test|0|0"});
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM users"), std::vector<std::string>{"1"});
+}
+
+TEST_F(PasswdDbTest, RenameAndRemoveOfUsers)
+{
+    ASSERT_EQ(mailAuthSet("old", "example.com", std::string("pw"), 0), 0);
+    ASSERT_EQ(mailAuthRename("old", "new", "example.com"), 0);
+    EXPECT_EQ(users(), std::vector<std::string>{"new@example.com|0|0"});
+
+    CaptureFd err(2);
+    EXPECT_EQ(mailAuthRename("new", "newer", "unknown.test"), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "No such domain 'unknown.test' in the mail authentication DB\n");
+
+    EXPECT_EQ(mailAuthRemove("new", "unknown.test"), 0);
+    EXPECT_EQ(mailAuthRemove("nobody", "example.com"), 0);
+    EXPECT_EQ(set_postbox_passwd("new", "example.com", std::string(""), 0), 0);
+    EXPECT_TRUE(users().empty());
+    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'unknown.test'"),
+              std::vector<std::string>{"0"});
+}
+
+TEST_F(PasswdDbTest, MissingDatabaseIsReported)
+{
+    const std::string path = dir_.file("no/such/dir/passwd.db");
+    mailAuthDBSetPath(path);
+    CaptureFd err(2);
+    EXPECT_EQ(mailAuthSet("info", "example.com", std::string("pw"), kMailAuthHashed), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Unable to open database " + path + ": unable to open database file\n");
+}
+
+TEST_F(PasswdDbTest, MissingKeyFailsTheRegistration)
+{
+    ::unlink(keyPath_.c_str());
+    CaptureFd err(2);
+    EXPECT_EQ(mailAuthSet("info", "example.com", std::string("pw"), 0), -1);
+    err.restore();
+    EXPECT_NE(err.text().find("Failed to initialize password cipher context (for mail address 'info@example.com')\n"),
+              std::string::npos)
+        << err.text();
+    EXPECT_TRUE(users().empty());
+}
+
+TEST_F(PasswdDbTest, ReadAccessDecryptsAndSkipsEmptyRows)
+{
+    ASSERT_EQ(mailAuthSet("b", "z.test", std::string("plain"), kMailAuthUserDisabled), 0);
+    ASSERT_EQ(mailAuthSet("a", "z.test", std::string("hash"), kMailAuthHashed), 0);
+    ASSERT_EQ(mailAuthSet("b", "a.test", std::string("x"), kMailAuthDomainDisabled), 0);
+    ASSERT_EQ(mailAuthSetRaw("nopw", "a.test", std::nullopt, 0), 0);
+
+    std::vector<std::string> seen;
+    const auto collect = [&](const std::string& address, const std::string& password, int flags) {
+        seen.push_back(address + " " + password + " " + std::to_string(flags));
+        return 0;
+    };
+    ASSERT_EQ(mailAuthIterateAll(collect), 0);
+    EXPECT_EQ(seen, (std::vector<std::string>{"b@a.test x 4", "a@z.test hash 1", "b@z.test plain 2"}));
+
+    seen.clear();
+    ASSERT_EQ(mailAuthCheckShort("b", collect), 0);
+    EXPECT_EQ(seen.size(), 2u);
+
+    seen.clear();
+    EXPECT_EQ(mailAuthCheck("b@z.test", collect), 0);
+    EXPECT_EQ(seen, std::vector<std::string>{"b@z.test plain 2"});
+    EXPECT_EQ(mailAuthCheck("b@z.test", [](const std::string&, const std::string&, int) { return 7; }), 7);
+    EXPECT_EQ(mailAuthIterateAll([](const std::string&, const std::string&, int) { return 5; }), 5);
+
+    CaptureFd err(2);
+    EXPECT_EQ(mailAuthCheck("no-at-sign", collect), -1);
+    EXPECT_EQ(mailAuthCheck("c@z.test", collect), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Invalid mail address 'no-at-sign'\nNo such user 'c@z.test' in mail authorization database\n");
+}
+
+TEST(BusyPause, RetriesWithGrowingPausesUntilOneSecond)
+{
+    static std::vector<long> sleeps;
+    sleeps.clear();
+    const auto record = [](long us) { sleeps.push_back(us); };
+
+    int attempts = 0;
+    const int rc = quelt::sqlite::retryWhileBusy([&] { return ++attempts < 3 ? SQLITE_BUSY : SQLITE_DONE; },
+                                                 [] {}, quelt::sqlite::BusyPause(record));
+    EXPECT_EQ(rc, SQLITE_DONE);
+    EXPECT_EQ(attempts, 3);
+    EXPECT_EQ(sleeps, (std::vector<long>{10, 20}));
+
+    sleeps.clear();
+    attempts = 0;
+    int resets = 0;
+    EXPECT_EQ(quelt::sqlite::retryWhileBusy([&] { ++attempts; return SQLITE_BUSY; }, [&] { ++resets; },
+                                            quelt::sqlite::BusyPause(record)),
+              SQLITE_BUSY);
+    EXPECT_EQ(attempts, 100001);
+    EXPECT_EQ(resets, 100000);
+    ASSERT_EQ(sleeps.size(), 99999u);
+    EXPECT_EQ(sleeps.back(), 999990);
+}
+
+TEST_F(PasswdDbTest, WriterWaitsForAnotherProcessLock)
+{
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // Holds the write lock well beyond the busy timeout, then commits.
+        sqlite3* db = nullptr;
+        sqlite3_open(dbPath_.c_str(), &db);
+        const int rc = sqlite3_exec(db, "BEGIN EXCLUSIVE; INSERT INTO domains (name) VALUES ('first.test');",
+                                    nullptr, nullptr, nullptr);
+        char byte = rc == SQLITE_OK ? 'k' : 'x';
+        if (::write(ready[1], &byte, 1) != 1)
+            ::_exit(2);
+        ::usleep(400000);
+        sqlite3_exec(db, "COMMIT;", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+        ::_exit(0);
+    }
+    ::close(ready[1]);
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ::close(ready[0]);
+    ASSERT_EQ(byte, 'k');
+
+    EXPECT_EQ(mailAuthSet("info", "second.test", std::string("pw"), kMailAuthHashed), 0);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    // The registration's domain row came after the other process's committed one.
+    EXPECT_EQ(rows(dbPath_, "SELECT name FROM domains ORDER BY id"),
+              (std::vector<std::string>{"first.test", "second.test"}));
+}
+
+}  // namespace

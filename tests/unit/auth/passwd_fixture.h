@@ -1,0 +1,69 @@
+// A fresh password database and key in a temporary folder, and a way to read its rows.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <vector>
+
+#include "auth/cipher.h"
+#include "auth/passwd_db.h"
+#include "auth/sqlite_db.h"
+#include "key_files.h"
+
+// Every row of `sql` as "col|col|..." with NULL for null columns.
+inline std::vector<std::string> rows(const std::string& dbPath, const std::string& sql)
+{
+    quelt::sqlite::Database db;
+    quelt::sqlite::Statement st;
+    std::vector<std::string> out;
+    if (db.open(dbPath, SQLITE_OPEN_READONLY) != SQLITE_OK || st.prepare(db, sql) != SQLITE_OK)
+        return {"query failed: " + sql};
+    while (st.step() == SQLITE_ROW) {
+        std::string row;
+        for (int i = 0; i < sqlite3_column_count(st.get()); ++i) {
+            const char* text = st.columnText(i);
+            row += (i ? "|" : "") + std::string(text ? text : "NULL");
+        }
+        out.push_back(row);
+    }
+    return out;
+}
+
+class PasswdDbFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dbPath_ = dir_.file("passwd.db");
+        keyPath_ = dir_.file("passwd_db_key");
+        mailAuthDBSetPath(dbPath_);
+        mailAuthKeySetPath(keyPath_);
+        writeFile(keyPath_, fixedKey(11));
+        quelt::sqlite::Database db;
+        ASSERT_EQ(db.open(dbPath_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE), SQLITE_OK);
+        ASSERT_EQ(db.exec(kMailAuthSchema), SQLITE_OK);
+    }
+
+    std::vector<std::string> users()
+    {
+        return rows(dbPath_, "SELECT u.name || '@' || d.name, u.status, d.status FROM users u, domains d "
+                             "WHERE u.dom_id = d.id ORDER BY d.name, u.name");
+    }
+    std::string column(const std::string& column, const std::string& mailname, const std::string& domain)
+    {
+        const auto found = rows(dbPath_, "SELECT " + column + " FROM users u, domains d WHERE u.dom_id = d.id AND "
+                                             "u.name = '" + mailname + "' AND d.name = '" + domain + "'");
+        return found.size() == 1 ? found[0] : "rows: " + std::to_string(found.size());
+    }
+    std::string decrypt(const std::string& stored)
+    {
+        mail_aes_init(keyPath_);
+        const auto plain = mail_aes_decrypt(stored.c_str());
+        mail_aes_cleanup();
+        return plain ? *plain : "(undecryptable)";
+    }
+
+    TempDir dir_;
+    std::string dbPath_, keyPath_;
+};
