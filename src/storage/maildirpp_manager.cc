@@ -9,6 +9,7 @@
 #include "storage/fs_error.h"
 #include "storage/fs_scopes.h"
 #include "storage/maildirpp.h"
+#include "storage/mbox_quota.h"
 
 namespace fs = boost::filesystem;
 
@@ -58,6 +59,36 @@ void MaildirPPManager::setMailboxQuota(const std::string& domain, const std::str
     }
     if (!write_maildirpp_maildirsize("Maildir", ownerUid(), ownerGid(), limit, 0))
         throw FSError("create maildirsize", maildir, 0);
+}
+
+void MaildirPPManager::removeMailboxQuota(const std::string& domain, const std::string& mailname)
+{
+    if (rm_mbox_quota(domain, mailname) != 1)
+        throw FSError("unable to remove quota", getMailnameHome(domain, mailname), 0);
+}
+
+void MaildirPPManager::setDomainQuota(const std::string& domain, long long quota)
+{
+    if (store_domain_quota(domain, quota) != 1)
+        throw FSError("unable to store domain quota", getDomainRelativeRoot(domain), 0);
+}
+
+void MaildirPPManager::removeDomainQuota(const std::string& domain)
+{
+    if (rm_domain_quota(domain) != 1)
+        throw FSError("unable to remove domain quota", getDomainRelativeRoot(domain), 0);
+}
+
+void MaildirPPManager::setDefaultMailboxQuota(const std::string& domain, long long quota)
+{
+    if (store_default_mbox_quota(domain, quota) != 1)
+        throw FSError("unable to store default mbox quota", getDomainRelativeRoot(domain), 0);
+}
+
+void MaildirPPManager::removeDefaultMailboxQuota(const std::string& domain)
+{
+    if (rm_default_mbox_quota(domain) != 1)
+        throw FSError("unable to remove default mbox quota", getDomainRelativeRoot(domain), 0);
 }
 
 }  // namespace quelt::mail

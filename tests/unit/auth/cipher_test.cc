@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "../runtime/capture.h"
+#include "support/capture.h"
 #include "auth/base64.h"
 #include "key_files.h"
 

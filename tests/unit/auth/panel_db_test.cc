@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <fstream>
 
-#include "../runtime/capture.h"
+#include "support/capture.h"
 #include "auth/mysql_connection.h"
 #include "auth/panel_passwd.h"
 #include "passwd_fixture.h"

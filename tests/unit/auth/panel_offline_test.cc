@@ -3,7 +3,7 @@
 
 #include <fstream>
 
-#include "../runtime/capture.h"
+#include "support/capture.h"
 #include "auth/mysql_connection.h"
 #include "auth/panel_db.h"
 

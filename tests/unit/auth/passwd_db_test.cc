@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "../runtime/capture.h"
+#include "support/capture.h"
 #include "passwd_fixture.h"
 
 namespace {
