@@ -137,19 +137,21 @@ int rm_mbox_quota(const std::string& domain, const std::string& mailname)
     if (!db || !escapedDomain(db.get(), domain, escaped))
         return 0;
     const std::string query = "SELECT id, webspace_id FROM domains WHERE name='" + escaped + "'";
-    errno = 0;
     if (mysql_real_query(db.get(), query.data(), query.size()) != 0) {
+        errno = 0;  // the client library's text says why
         messlog2(0, 0, "Unable to query domain ID: %s", mysql_error(db.get()));
         return 0;
     }
     MYSQL_RES* stored = mysql_store_result(db.get());
     if (!stored) {
+        errno = 0;  // the client library's text says why
         messlog2(0, 0, "Unable to get domain ID query result: %s", mysql_error(db.get()));
         return 0;
     }
     quelt::mysql::Result result(stored);
     quelt::mysql::row_t row;
     if (!result.fetch(row)) {
+        errno = 0;  // the client library's text says why
         messlog2(0, 0, "No such domain %s", domain.c_str());
         return 0;
     }
@@ -182,6 +184,7 @@ int store_default_mbox_quota(const std::string& domain, long long quota)
     MYSQL_RES* stored = nullptr;
     if (mysql_real_query(db.get(), query.data(), query.size()) != 0 ||
         !(stored = mysql_store_result(db.get()))) {
+        errno = 0;  // the client library's text says why
         messlog2(0, 0, "Unable to query mailnames: %s", mysql_error(db.get()));
         return 0;
     }

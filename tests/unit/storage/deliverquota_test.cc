@@ -5,6 +5,7 @@
 #include "runtime/launch.h"
 #include "storage/maildirpp.h"
 #include "storage/maildirpp_manager.h"
+#include "storage/mbox_quota.h"
 #include "storage_fixture.h"
 
 namespace fs = boost::filesystem;
@@ -105,6 +106,7 @@ TEST_F(DeliverquotaTest, RefusesWhatDoesNotFitAndAcceptsWhatFits)
     EXPECT_EQ(bytes, 3000);
     EXPECT_EQ(count, 3u);
     EXPECT_EQ(byteLimit, 3000);
+    EXPECT_EQ(get_mbox_size("info", "example.com", false), 3000);
     EXPECT_EQ(check_maildirpp_overquota(kMaildir, 1, 1), 1);
     EXPECT_EQ(check_maildirpp_overquota(kMaildir, 0, 1), 0);
 }
@@ -117,6 +119,7 @@ TEST_F(DeliverquotaTest, ScanAgreesWithDeliverquotasAccounting)
     unsigned long long named = 0;
     const long long expected = namedBytes(named);
     EXPECT_EQ(expected, 100 + 2000 + 777 + 65536);
+    EXPECT_EQ(get_mbox_size("info", "example.com", false), expected);
 
     // Rewriting the file recounts the folder from the file names deliverquota chose.
     quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", 1000000);
