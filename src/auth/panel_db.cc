@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "model/idn.h"
 #include "runtime/log.h"
 
 namespace {
@@ -125,6 +126,14 @@ std::string mysql_real_escape_entity(MYSQL* handle, const std::string& text)
     const unsigned long length = mysql_real_escape_string(use, &escaped[0], text.data(), text.size());
     escaped.resize(length);
     return escaped;
+}
+
+std::optional<std::string> mysql_escape_mail_entity(MYSQL* handle, const std::string& name)
+{
+    const auto ascii = idn_toascii(name.c_str());
+    if (!ascii)
+        return std::nullopt;
+    return mysql_real_escape_entity(handle, *ascii);
 }
 
 int exec_mysql_query(MYSQL* handle, const std::string& query, StringList& list)

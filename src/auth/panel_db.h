@@ -49,6 +49,9 @@ int get_aliases_by_mailname(MYSQL* handle, StringList& list, const std::string& 
 // The domain of a domain alias; no row leaves `domain` untouched.
 int get_domain_by_domainalias(MYSQL* handle, std::optional<std::string>& domain, const std::string& domainAlias);
 
+// The name in its ASCII (IDNA) form, escaped for `handle`; nothing when the conversion fails.
+std::optional<std::string> mysql_escape_mail_entity(MYSQL* handle, const std::string& name);
+
 // The value of a named limit of a domain ("" when it has none), or nothing when the query fails.
 // The identifiers go into the query unescaped: a numeric id and a constant limit name.
 std::optional<std::string> get_dom_Limit(const std::string& domainId, const std::string& limitName, MYSQL* handle);

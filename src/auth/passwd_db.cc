@@ -9,7 +9,9 @@ namespace quelt::mail::authdb {
 bool openDatabase(sqlite::Database& db, Access access)
 {
     const bool readOnly = access == Access::ReadOnly;
-    if (db.open(mailAuthDBPath(), readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) == SQLITE_OK)
+    const int flags = readOnly ? SQLITE_OPEN_READONLY
+                               : SQLITE_OPEN_READWRITE | (access == Access::Create ? SQLITE_OPEN_CREATE : 0);
+    if (db.open(mailAuthDBPath(), flags) == SQLITE_OK)
         return true;
     quelt_log(LOG_ERR, readOnly ? "Unable to open database(readonly) %s: %s" : "Unable to open database %s: %s",
               mailAuthDBPath().c_str(), db.errorText());

@@ -12,7 +12,8 @@
 
 namespace quelt::mail::authdb {
 
-enum class Access { ReadWrite, ReadOnly };
+// Create: read-write, making the file when it is missing (initialisation only).
+enum class Access { ReadWrite, ReadOnly, Create };
 
 // Opens the database in force; logs "Unable to open database[(readonly)] <path>: <error>".
 bool openDatabase(sqlite::Database& db, Access access);

@@ -36,10 +36,13 @@ bool asciiDomain(const std::string& domain, std::string& ascii, int status)
 // The domain in ASCII form escaped for a query on `db`, or nothing after printing why.
 bool escapedDomain(MYSQL* db, const std::string& domain, std::string& escaped)
 {
-    std::string ascii;
-    if (!asciiDomain(domain, ascii, 0))
+    const auto converted = mysql_escape_mail_entity(db, domain);
+    if (!converted) {
+        errno = 0;
+        messlog2(0, 0, "idn_toascii(%s) failed: %s", domain.c_str(), idn_strerror(idn_errno));
         return false;
-    escaped = mysql_real_escape_entity(db, ascii);
+    }
+    escaped = *converted;
     return true;
 }
 

@@ -91,6 +91,8 @@ TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
 {
     EXPECT_EQ(mysql_real_escape_entity(panel_.get(), "a'b\\c\"d"), "a\\'b\\\\c\\\"d");
     EXPECT_EQ(mysql_real_escape_entity(nullptr, "it's"), "it\\'s");
+    EXPECT_EQ(mysql_escape_mail_entity(panel_.get(), "b\xc3\xbc" "cher.test"), std::optional<std::string>("xn--bcher-kva.test"));
+    EXPECT_EQ(mysql_escape_mail_entity(panel_.get(), "o'x.test"), std::optional<std::string>("o\\'x.test"));
 
     StringList list;
     ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "o'hara\\x.test"), 0);

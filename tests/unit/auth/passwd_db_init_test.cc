@@ -1,0 +1,112 @@
+// Creation of the password database and key at the system paths (run inside the sandbox), and
+// the mail server style read from the feature report.
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+
+#include "support/capture.h"
+#include "auth/cipher.h"
+#include "auth/passwd_db.h"
+#include "key_files.h"
+#include "passwd_fixture.h"
+
+namespace {
+
+// "user:group mode" of a path, e.g. "postfix:root 0460".
+std::string ownerAndMode(const std::string& path)
+{
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0)
+        return "missing";
+    const passwd* user = ::getpwuid(st.st_uid);
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", st.st_mode & 07777);
+    return std::string(user ? user->pw_name : "?") + ":" + std::to_string(st.st_gid) + " " + mode;
+}
+
+std::string postfixGid()
+{
+    const passwd* postfix = ::getpwnam("postfix");
+    return postfix ? std::to_string(postfix->pw_gid) : "no postfix user";
+}
+
+std::string readAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST(PasswdDbInit, PostfixStyleOwnersModesAndAFreshKey)
+{
+    ASSERT_EQ(mailAuthDBInitStyle(1), 0);
+    EXPECT_EQ(mailAuthDBPath(), "/var/spool/postfix/quelt/passwd.db");
+    EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt"), "postfix:" + postfixGid() + " 0770");
+    EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt/passwd.db"), "postfix:0 0460");
+    EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt/passwd_db_key"), "postfix:0 0440");
+    const std::string firstKey = readAll("/var/spool/postfix/quelt/passwd_db_key");
+    EXPECT_EQ(firstKey.size(), 32u);
+    EXPECT_EQ(rows(mailAuthDBPath(), "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"),
+              (std::vector<std::string>{"table|domains", "index|domains_name", "trigger|fkd_users_domains_id",
+                                        "trigger|fki_users_domains_id", "trigger|fku_users_domains_id",
+                                        "table|users", "index|users_dom_id", "index|users_name"}));
+
+    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("pw"), 0), 0);
+    std::string seen;
+    ASSERT_EQ(mailAuthCheck("info@example.com", [&](const std::string&, const std::string& password, int) {
+                  seen = password;
+                  return 0;
+              }),
+              0);
+    EXPECT_EQ(seen, "pw");
+
+    // Again: an empty database and another key.
+    ASSERT_EQ(mailAuthDBInitStyle(1), 0);
+    EXPECT_EQ(rows(mailAuthDBPath(), "SELECT count(*) FROM users"), std::vector<std::string>{"0"});
+    EXPECT_NE(readAll("/var/spool/postfix/quelt/passwd_db_key"), firstKey);
+}
+
+TEST(PasswdDbInit, QmailStyleCreatesMissingFoldersForRoot)
+{
+    boost::filesystem::remove_all("/var/lib/quelt/mail");
+    ASSERT_EQ(mailAuthDBInitStyle(0), 0);
+    EXPECT_EQ(ownerAndMode("/var/lib/quelt/mail/auth"), "root:0 0750");
+    EXPECT_EQ(ownerAndMode("/var/lib/quelt/mail/auth/passwd.db"), "root:0 0600");
+    EXPECT_EQ(ownerAndMode("/var/lib/quelt/mail/auth/passwd_db_key"), "root:0 0400");
+    mailAuthDBSelectStyle(1);
+}
+
+// The feature report comes from <PRODUCT_ROOT_D>/admin/sbin/mailrig (default /usr/local/zvt).
+void writeFeatureReport(const std::string& lines)
+{
+    boost::filesystem::create_directories("/usr/local/zvt/admin/sbin");
+    std::ofstream("/usr/local/zvt/admin/sbin/mailrig") << "#!/bin/sh\ncat <<'END'\n" << lines << "END\n";
+    ::chmod("/usr/local/zvt/admin/sbin/mailrig", 0755);
+}
+
+TEST(PasswdDbDetect, StyleFromTheFeatureReport)
+{
+    const std::pair<std::string, int> cases[] = {
+        {"$features['SMTP_Server'] = \"Postfix\";\n", 1},
+        {"$features['other'] = \"qmail\";\n$features['SMTP_Server'] = 'QMAIL';\n", 0},
+        {"$features['SMTP_Server'] = \"exim\";\n$features['SMTP_Server'] = \"postfix\";\n", 1},
+        {"$features['SMTP_Server'] = nothing;\n", -1},
+        {"", -1},
+    };
+    for (const auto& [report, style] : cases) {
+        writeFeatureReport(report);
+        EXPECT_EQ(mailAuthDBDetectStyle(), style) << report;
+    }
+
+    writeFeatureReport("$features['SMTP_Server'] = \"exim\";\n$features['SMTP_Server'] = nothing\n");
+    CaptureFd err(2);
+    EXPECT_EQ(mailAuthDBDetectStyle(), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Unknown server style \"exim\", skipped\n"
+                          "Unparseable line \"$features['SMTP_Server'] = nothing\", skipped\n"
+                          "Unable to determine mail server type from ``mailrig --features''\n");
+}
+
+}  // namespace
