@@ -1,0 +1,133 @@
+// An independent referee: Courier's deliverquota enforces the limit that setMailboxQuota writes,
+// and our usage figures agree with what it accounts for after its deliveries.
+#include <unistd.h>
+
+#include "runtime/launch.h"
+#include "storage/maildirpp.h"
+#include "storage/maildirpp_manager.h"
+#include "storage/mbox_quota.h"
+#include "storage_fixture.h"
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+const std::string kRoot = "/var/qmail/mailnames";
+const std::string kHome = kRoot + "/example.com/info";
+const std::string kMaildir = kHome + "/Maildir";
+constexpr int kOverQuota = 77;  // EX_NOPERM
+
+std::string deliverquotaPath()
+{
+    for (const char* path : {"/usr/sbin/deliverquota", "/usr/sbin/deliverquota.maildrop",
+                             "/usr/bin/deliverquota"})
+        if (::access(path, X_OK) == 0)
+            return path;
+    return "";
+}
+
+// A message of exactly `bytes` bytes as deliverquota stores it.
+std::string messageOf(size_t bytes)
+{
+    std::string text = "From: a@example.net\nTo: info@example.com\nSubject: test\n\n";
+    text.resize(bytes - 1, 'x');
+    return text + "\n";
+}
+
+struct Delivery {
+    int status;
+    std::string err;
+};
+
+Delivery deliver(size_t bytes)
+{
+    std::string out, err;
+    const std::string program = deliverquotaPath();
+    const int status = forkExecvGetInOutErrSuidEnv(messageOf(bytes), out, err, program,
+                                                   {program, kMaildir}, "", {});
+    return {status, err};
+}
+
+// Sum of the sizes deliverquota put into the names of the delivered files.
+long long namedBytes(unsigned long long& count)
+{
+    long long total = 0;
+    count = 0;
+    for (const char* sub : {"/new", "/cur"})
+        for (fs::directory_iterator it(kMaildir + sub), end; it != end; ++it) {
+            const auto size = maildir_name_size(it->path().filename().c_str());
+            EXPECT_TRUE(size.has_value()) << it->path();
+            total += size ? static_cast<long long>(*size) : 0;
+            ++count;
+        }
+    return total;
+}
+
+class DeliverquotaTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_NE(deliverquotaPath(), "") << "deliverquota (package maildrop) is not installed";
+        fs::remove_all(kRoot);
+        quelt::mail::MaildirManager::getInstance().createMailnameHome("example.com", "info");
+        fs::remove(kHome + "/@attachments");  // its folder size would shift the limit
+    }
+    void TearDown() override { fs::remove_all(kRoot); }
+};
+
+TEST_F(DeliverquotaTest, RefusesWhatDoesNotFitAndAcceptsWhatFits)
+{
+    quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", 3000);
+    const struct {
+        size_t bytes;
+        int status;
+    } steps[] = {
+        {1000, 0},           // 1000 used
+        {1000, 0},           // 2000
+        {1500, kOverQuota},  // 3500 would exceed 3000
+        {1000, 0},           // exactly 3000
+        {1, kOverQuota},
+    };
+    for (const auto& step : steps) {
+        const Delivery d = deliver(step.bytes);
+        EXPECT_EQ(d.status, step.status) << step.bytes << " bytes: " << d.err;
+    }
+
+    unsigned long long named = 0;
+    EXPECT_EQ(namedBytes(named), 3000);
+    EXPECT_EQ(named, 3u);
+
+    // deliverquota appended its own lines; reading them gives what it accounts for.
+    long long bytes = 0, byteLimit = 0;
+    unsigned long long count = 0, countLimit = 0;
+    ASSERT_EQ(get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit, countLimit),
+              1)
+        << storage_test::readFile(kMaildir + "/maildirsize");
+    EXPECT_EQ(bytes, 3000);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(byteLimit, 3000);
+    EXPECT_EQ(get_mbox_size("info", "example.com", false), 3000);
+    EXPECT_EQ(check_maildirpp_overquota(kMaildir, 1, 1), 1);
+    EXPECT_EQ(check_maildirpp_overquota(kMaildir, 0, 1), 0);
+}
+
+TEST_F(DeliverquotaTest, ScanAgreesWithDeliverquotasAccounting)
+{
+    quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", -1);
+    for (size_t bytes : {100, 2000, 777, 65536})
+        ASSERT_EQ(deliver(bytes).status, 0);
+    unsigned long long named = 0;
+    const long long expected = namedBytes(named);
+    EXPECT_EQ(expected, 100 + 2000 + 777 + 65536);
+    EXPECT_EQ(get_mbox_size("info", "example.com", false), expected);
+
+    // Rewriting the file recounts the folder from the file names deliverquota chose.
+    quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", 1000000);
+    char usage[32];
+    std::snprintf(usage, sizeof usage, "%12lld%12llu\n", expected, named);
+    EXPECT_EQ(storage_test::readFile(kMaildir + "/maildirsize"), std::string("1000000S,0C\n") + usage);
+    EXPECT_EQ(deliver(1000000 - expected).status, 0);
+    EXPECT_EQ(deliver(1).status, kOverQuota);
+}
+
+}  // namespace

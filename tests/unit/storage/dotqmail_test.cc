@@ -1,0 +1,184 @@
+// .qmail delivery files in the sandbox: exact lines, one delivery line at the end, forwards in
+// ASCII form, owner and mode after every change, paths and failure reports.
+#include <unistd.h>
+
+#include "runtime/errors.h"
+#include "storage/dotqmail.h"
+#include "storage/maildir_manager.h"
+#include "storage_fixture.h"
+#include "support/capture.h"
+
+namespace fs = boost::filesystem;
+using storage_test::readFile;
+using storage_test::writeFile;
+
+namespace {
+
+const std::string kRoot = "/var/qmail/mailnames";
+const std::string kHome = kRoot + "/example.com/info";
+const std::string kPath = kHome + "/.qmail";
+const std::string kDelivery = "| /usr/bin/deliverquota ./Maildir\n";
+
+class DotQMailTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        fs::remove_all(kRoot);
+        ::umask(0);
+        fs::create_directories(kHome);
+    }
+    void TearDown() override
+    {
+        fs::remove_all(kRoot);
+        ::umask(022);
+    }
+
+    // Hands the file to root with mode 0644, so the next change has to put owner and mode back.
+    static void spoil()
+    {
+        ASSERT_EQ(::chown(kPath.c_str(), 0, 0), 0);
+        ASSERT_EQ(::chmod(kPath.c_str(), 0644), 0);
+    }
+    static void expectOwned(const std::string& step)
+    {
+        const auto owner = storage_test::popuser();
+        const struct stat st = storage_test::lstatOf(kPath);
+        EXPECT_EQ(st.st_uid, owner.uid) << step;
+        EXPECT_EQ(st.st_gid, owner.gid) << step;
+        EXPECT_EQ(st.st_mode & 07777, 0600u) << step;
+    }
+};
+
+TEST_F(DotQMailTest, EveryChangeLeavesExactLinesOwnedByPopuser)
+{
+    quelt::mail::DotQMailManager file(kPath);
+    using Position = quelt::mail::DotQMailManager::Position;
+    writeFile(kPath, "stale\n");
+    const struct {
+        const char* step;
+        std::function<void()> change;
+        std::string content;
+    } steps[] = {
+        {"reset", [&] { file.reset(); }, "| true\n"},
+        {"enable", [&] { file.enableDelivery(); }, "| true\n" + kDelivery},
+        {"enable again", [&] { file.enableDelivery(); }, "| true\n" + kDelivery},
+        {"forward", [&] { file.addRedirect("a@example.net", Position::End); },
+         "| true\n" + kDelivery + "&a@example.net\n"},
+        {"second forward", [&] { file.addRedirect("b@example.net", Position::Beginning); },
+         "| true\n" + kDelivery + "&a@example.net\n&b@example.net\n"},
+        {"enable after forwards", [&] { file.enableDelivery(); },
+         "| true\n&a@example.net\n&b@example.net\n" + kDelivery},
+        {"first forward again", [&] { file.addRedirect("a@example.net", Position::End); },
+         "| true\n&b@example.net\n" + kDelivery + "&a@example.net\n"},
+        {"remove forward", [&] { file.removeRedirect("b@example.net"); },
+         "| true\n" + kDelivery + "&a@example.net\n"},
+        {"disable", [&] { file.disableDelivery(); }, "| true\n&a@example.net\n"},
+        {"disable again", [&] { file.disableDelivery(); }, "| true\n&a@example.net\n"},
+        {"reset at the end", [&] { file.reset(); }, "| true\n"},
+    };
+    for (const auto& s : steps) {
+        spoil();
+        s.change();
+        EXPECT_EQ(readFile(kPath), s.content) << s.step;
+        expectOwned(s.step);
+    }
+}
+
+TEST_F(DotQMailTest, TheLegacyLineGoesWhenDeliveryIsSwitched)
+{
+    writeFile(kPath, "./Maildir/\n&x@example.net\n");
+    ASSERT_EQ(dotqmail_add_delivery(kPath), 0);
+    EXPECT_EQ(readFile(kPath), "&x@example.net\n" + kDelivery);
+
+    writeFile(kPath, kDelivery + "./Maildir/\n&x@example.net\n");
+    ASSERT_EQ(dotqmail_remove_delivery(kPath), 0);
+    EXPECT_EQ(readFile(kPath), "&x@example.net\n");
+}
+
+TEST_F(DotQMailTest, ForwardsAreKeptInAsciiFormWhicheverFormIsGiven)
+{
+    ASSERT_EQ(dotqmail_reset(kPath), 0);
+    ASSERT_EQ(dotqmail_add_forward(kPath, "user@b\xc3\xbc" "cher.example"), 0);
+    EXPECT_EQ(readFile(kPath), "| true\n&user@xn--bcher-kva.example\n");
+    ASSERT_EQ(dotqmail_add_forward(kPath, "user@xn--bcher-kva.example"), 0);
+    EXPECT_EQ(readFile(kPath), "| true\n&user@xn--bcher-kva.example\n") << "never twice";
+    ASSERT_EQ(dotqmail_remove_forward(kPath, "user@xn--bcher-kva.example"), 0);
+    EXPECT_EQ(readFile(kPath), "| true\n");
+
+    ASSERT_EQ(dotqmail_add_forward(kPath, "user@xn--bcher-kva.example"), 0);
+    ASSERT_EQ(dotqmail_remove_forward(kPath, "user@b\xc3\xbc" "cher.example"), 0);
+    EXPECT_EQ(readFile(kPath), "| true\n");
+}
+
+TEST_F(DotQMailTest, FailuresArePrintedOnceAndThrownByTheManager)
+{
+    const std::string missingDir = kRoot + "/nowhere/info/.qmail";
+    {
+        CaptureFd err(2);
+        EXPECT_EQ(dotqmail_reset(missingDir), -1);
+        err.restore();
+        EXPECT_EQ(err.text(), "Unable to open " + missingDir +
+                                  ": No such file or directory\nSystem error 2: No such file or "
+                                  "directory\n");
+    }
+    {
+        CaptureFd err(2);
+        EXPECT_EQ(dotqmail_add_forward(kPath, "user@bad..example"), -1);
+        err.restore();
+        EXPECT_EQ(err.text().rfind("idn_email_toascii(user@bad..example) failed: ", 0), 0u)
+            << err.text();
+    }
+    quelt::mail::DotQMailManager missing(kPath);  // no file yet: nothing to remove from
+    CaptureFd err(2);
+    try {
+        missing.disableDelivery();
+        FAIL() << "no error";
+    } catch (const quelt::SystemError& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("unable to modify " + kPath + ": ", 0), 0u)
+            << e.what();
+    }
+    err.restore();
+    EXPECT_NE(err.text().find("Unable to remove string from " + kPath + " file"), std::string::npos)
+        << err.text();
+}
+
+TEST(DotQMailPathTest, PathsUseTheAsciiDomainAndValidMailnames)
+{
+    std::string path;
+    ASSERT_EQ(get_dotqmail_path(path, kDotQMailPathMax, "info", "b\xc3\xbc" "cher.example"), 0);
+    EXPECT_EQ(path, kRoot + "/xn--bcher-kva.example/info/.qmail");
+    ASSERT_EQ(get_mailhome_path(path, kDotQMailPathMax, "info", "example.com"), 0);
+    EXPECT_EQ(path, kRoot + "/example.com/info");
+
+    const std::string fits = kRoot + "/example.com/info/.qmail";
+    EXPECT_EQ(get_dotqmail_path(path, fits.size() + 1, "info", "example.com"), 0);
+
+    const struct {
+        std::string mailname;
+        std::string domain;
+        size_t size;
+        std::string message;
+    } failures[] = {
+        {".info", "example.com", kDotQMailPathMax, "empty mailname or maildomain\n"},
+        {"", "example.com", kDotQMailPathMax, "empty mailname or maildomain\n"},
+        {"info", "", kDotQMailPathMax, "empty mailname or maildomain\n"},
+        {"info", "example.com", fits.size(),
+         "Either domain name 'example.com' or mailname 'info' are too long to store .qmail path "
+         "in the provided buffer\n"},
+    };
+    for (const auto& f : failures) {
+        CaptureFd err(2);
+        path = "untouched";
+        EXPECT_EQ(get_dotqmail_path(path, f.size, f.mailname, f.domain), -1) << f.mailname;
+        err.restore();
+        EXPECT_EQ(err.text(), f.message) << f.mailname << "@" << f.domain;
+        EXPECT_EQ(path, "untouched");
+    }
+    CaptureFd err(2);
+    EXPECT_EQ(get_mailhome_path(path, 10, "info", "example.com"), -1);
+    err.restore();
+    EXPECT_EQ(err.text(), "Either domain name 'example.com' or mailname 'info' are too long to store "
+                          "mailname home path in the provided buffer\n");
+}
+
+}  // namespace

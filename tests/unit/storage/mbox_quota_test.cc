@@ -1,0 +1,195 @@
+// Mailbox quotas by name beside the sandbox's MariaDB server: attachments against the quota,
+// the panel's domain limits (also through a webspace), defaults that spare mailboxes with a
+// quota of their own, the manager's errors, and mailbox size.
+#include "auth/panel_db.h"
+#include "storage/fs_error.h"
+#include "storage/maildirpp.h"
+#include "storage/maildirpp_manager.h"
+#include "storage/mbox_quota.h"
+#include "storage_fixture.h"
+#include "support/capture.h"
+#include "support/child.h"
+
+namespace fs = boost::filesystem;
+using quelt::mail::MaildirPPManager;
+using storage_test::readFile;
+
+namespace {
+
+const std::string kRoot = "/var/qmail/mailnames";
+const std::string kEmptyUsage = "           0           0\n";
+
+std::string maildirsizeOf(const std::string& domain, const std::string& mailname)
+{
+    return readFile(kRoot + "/" + domain + "/" + mailname + "/Maildir/maildirsize");
+}
+
+// Panel rows: main.test (limit 1048576; mailnames info without a quota of its own, sales with
+// 5000, odd without one either), hosted.test inside main.test's webspace with a
+// limit of its own that must not be used, bare.test without limits, xn--bcher-kva.test.
+class MboxQuotaTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        panel_ = db_connect();
+        ASSERT_TRUE(panel_) << "the sandbox's MariaDB server is not reachable";
+        for (const char* table : {"domains", "mail", "Limits"})
+            sql(std::string("DELETE FROM ") + table);
+        sql("INSERT INTO domains (id, name, webspace_id, limits_id) VALUES "
+            "(1, 'main.test', 0, 5), (2, 'hosted.test', 1, 6), (3, 'bare.test', 0, NULL), "
+            "(4, 'xn--bcher-kva.test', 0, 5)");
+        sql("INSERT INTO mail (mail_name, dom_id, mbox_quota) VALUES ('info', 1, -1), "
+            "('sales', 1, 5000), ('odd', 1, -1), ('info', 2, -1), ('info', 3, -1)");
+        sql("INSERT INTO Limits (id, limit_name, value) VALUES (5, 'mbox_quota', '1048576'), "
+            "(6, 'mbox_quota', '42')");
+        fs::remove_all(kRoot);
+        auto& manager = MaildirPPManager::getInstance();
+        for (const auto& [domain, mailname] :
+             std::vector<std::pair<std::string, std::string>>{{"main.test", "info"},
+                                                              {"main.test", "sales"},
+                                                              {"main.test", "odd"},
+                                                              {"hosted.test", "info"},
+                                                              {"bare.test", "info"},
+                                                              {"xn--bcher-kva.test", "info"}}) {
+            manager.createMailnameHome(domain, mailname);
+            fs::remove(kRoot + "/" + domain + "/" + mailname + "/@attachments");
+        }
+    }
+    void TearDown() override { fs::remove_all(kRoot); }
+
+    void sql(const std::string& statement)
+    {
+        ASSERT_EQ(mysql_query(panel_.get(), statement.c_str()), 0)
+            << statement << ": " << mysql_error(panel_.get());
+    }
+
+    MysqlHandle panel_;
+};
+
+TEST_F(MboxQuotaTest, StoreChargesAttachmentsAndConvertsTheDomain)
+{
+    ASSERT_EQ(store_mbox_quota("b\xc3\xbc" "cher.test", "info", 0), 1);
+    EXPECT_EQ(maildirsizeOf("xn--bcher-kva.test", "info"), "1S,0C\n" + kEmptyUsage);
+
+    const std::string attachments = kRoot + "/main.test/info/@attachments";
+    fs::create_directory(attachments);
+    const long long own = storage_test::lstatOf(attachments).st_size;
+    ASSERT_EQ(store_mbox_quota("main.test", "info", -1), 1);
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "0S,0C\n" + kEmptyUsage);
+    ASSERT_EQ(store_mbox_quota("main.test", "info", 10000), 1);
+    EXPECT_EQ(maildirsizeOf("main.test", "info"),
+              std::to_string(10000 - own) + "S,0C\n" + kEmptyUsage);
+
+    CaptureFd err(2);
+    ASSERT_EQ(store_mbox_quota("main.test", "info", own - 1), 1);
+    err.restore();
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "1S,0C\n" + kEmptyUsage);
+    EXPECT_EQ(err.text(), "WARNING: @attachments directory is big enough to disable delivery!\n");
+}
+
+TEST_F(MboxQuotaTest, StoreReportsAMissingMailbox)
+{
+    CaptureFd err(2);
+    EXPECT_EQ(store_mbox_quota("main.test", "nobody", 10), 0);
+    err.restore();
+    const std::string home = kRoot + "/main.test/nobody";
+    EXPECT_EQ(err.text(), "unable to change to mbox folder " + home +
+                              ": No such file or directory\nSystem error 2: No such file or "
+                              "directory\n");
+}
+
+TEST_F(MboxQuotaTest, RemovalFallsBackToTheDomainsLimit)
+{
+    const struct {
+        std::string domain;
+        std::string definition;
+    } cases[] = {
+        {"main.test", "1048576S,0C\n"},
+        {"hosted.test", "1048576S,0C\n"},  // the webspace's limit, not its own 42
+        {"bare.test", "0S,0C\n"},          // no limit at all
+    };
+    for (const auto& c : cases) {
+        ASSERT_EQ(rm_mbox_quota(c.domain, "info"), 1) << c.domain;
+        EXPECT_EQ(maildirsizeOf(c.domain, "info"), c.definition + kEmptyUsage) << c.domain;
+    }
+    CaptureFd err(2);
+    EXPECT_EQ(rm_mbox_quota("unknown.test", "info"), 0);
+    err.restore();
+    EXPECT_EQ(err.text(), "No such domain unknown.test\n");
+}
+
+TEST_F(MboxQuotaTest, DefaultsSpareMailboxesWithAQuotaOfTheirOwn)
+{
+    MaildirPPManager::getInstance().setDomainQuota("main.test", 7000);
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "7000S,0C\n" + kEmptyUsage);
+    EXPECT_EQ(maildirsizeOf("main.test", "odd"), "7000S,0C\n" + kEmptyUsage);
+    EXPECT_FALSE(fs::exists(kRoot + "/main.test/sales/Maildir/maildirsize"));
+    EXPECT_FALSE(fs::exists(kRoot + "/hosted.test/info/Maildir/maildirsize"));
+
+    MaildirPPManager::getInstance().removeDefaultMailboxQuota("main.test");
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "0S,0C\n" + kEmptyUsage);
+    EXPECT_FALSE(fs::exists(kRoot + "/main.test/sales/Maildir/maildirsize"));
+}
+
+TEST_F(MboxQuotaTest, ManagerTurnsFailuresIntoFSError)
+{
+    fs::remove_all(kRoot + "/main.test/odd");
+    CaptureFd err(2);
+    try {
+        MaildirPPManager::getInstance().setDomainQuota("main.test", 7000);
+        FAIL() << "no error";
+    } catch (const quelt::mail::FSError& e) {
+        EXPECT_STREQ(e.what(), "unable to store domain quota: Success: \"main.test\"");
+    }
+    try {
+        MaildirPPManager::getInstance().removeMailboxQuota("unknown.test", "info");
+        FAIL() << "no error";
+    } catch (const quelt::mail::FSError& e) {
+        EXPECT_STREQ(e.what(),
+                     ("unable to remove quota: Success: \"" + kRoot + "/unknown.test/info\"").c_str());
+    }
+    err.restore();
+    EXPECT_NE(err.text().find("unable to set default mbox quota for domain 'main.test' "
+                              "(processing 'odd')"),
+              std::string::npos)
+        << err.text();
+}
+
+TEST_F(MboxQuotaTest, MailboxSizeAddsAttachmentsToTheMaildirUsage)
+{
+    const std::string home = kRoot + "/main.test/info";
+    storage_test::writeFile(home + "/Maildir/cur/1.M1.host,S=1500:2,S", "x");
+    storage_test::writeFile(home + "/Maildir/new/2.M2.host", std::string(700, 'x'));
+    EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200) << "no @attachments folder";
+
+    fs::create_directory(home + "/@attachments");
+    storage_test::writeFile(home + "/@attachments/a.pdf", std::string(3000, 'x'));
+    const long long attachments = get_dir_size(home + "/@attachments", false);
+    const long long inBlocks = get_dir_size(home + "/@attachments", true);
+    EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200 + attachments);
+    EXPECT_EQ(get_mbox_size("info", "main.test", true), 2200 + inBlocks);
+
+    // A trusted maildirsize is believed as it stands.
+    storage_test::writeFile(home + "/Maildir/maildirsize", "0S,0C\n  100 1\n");
+    EXPECT_EQ(get_mbox_size("info", "main.test", false), 100 + attachments);
+}
+
+TEST_F(MboxQuotaTest, MailboxSizeEndsTheProcessWhenItCannotCount)
+{
+    const ChildResult missing = runInChild([] {
+        get_mbox_size("nobody", "main.test", false);
+        return 0;
+    });
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "Unable to calculate Maildir++ size: No such file or directory\n"
+                           "System error 2: No such file or directory\n");
+
+    const ChildResult badDomain = runInChild([] {
+        get_mbox_size("info", "bad..test", false);
+        return 0;
+    });
+    EXPECT_EQ(badDomain.status, 1);
+    EXPECT_EQ(badDomain.err, "idn_toascii() failed: Invalid length\n");
+}
+
+}  // namespace
