@@ -1,0 +1,22 @@
+// Readable C++ type names for error reports.
+#include "runtime/demangle.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace quelt {
+
+std::string demangledTypeName(const std::type_info& type)
+{
+    const char* mangled = type.name();
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
+    if (status == 0 && name)
+        return name.get();
+    return mangled[0] == '*' ? mangled + 1 : mangled;
+}
+
+}  // namespace quelt

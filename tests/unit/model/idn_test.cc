@@ -1,0 +1,90 @@
+// IDNA conversions: known ASCII forms of non-ASCII names, the failures libidn reports and
+// their texts, and the address and plain-function forms.
+#include <gtest/gtest.h>
+
+#include "model/idn.h"
+
+namespace {
+
+using quelt::idn::IdnaError;
+
+TEST(Idn, ConvertsNonAsciiNamesBothWays)
+{
+    const struct {
+        const char* utf8;
+        const char* ascii;
+    } cases[] = {
+        {"münchen.de", "xn--mnchen-3ya.de"},
+        {"пример.рф", "xn--e1afmkfd.xn--p1ai"},
+        {"例え.テスト", "xn--r8jz45g.xn--zckzah"},
+        {"bücher.example.com", "xn--bcher-kva.example.com"},
+        {"example.com", "example.com"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(quelt::idn::toAscii(c.utf8), c.ascii) << c.utf8;
+        EXPECT_EQ(quelt::idn::toUtf8(c.ascii), c.utf8) << c.ascii;
+        EXPECT_EQ(idn_toascii(c.utf8).value_or("<none>"), c.ascii) << c.utf8;
+    }
+    // Nameprep folds case in non-ASCII labels.
+    EXPECT_EQ(quelt::idn::toAscii("MÜNCHEN.de"), "xn--mnchen-3ya.de");
+}
+
+TEST(Idn, FailuresCarryLibidnsCodeAndText)
+{
+    const std::string tooLong = std::string(70, 'a') + "ü.com";
+    try {
+        quelt::idn::toAscii(tooLong);
+        FAIL() << "a 71-character label converted";
+    } catch (const IdnaError& e) {
+        EXPECT_EQ(e.code(), 5);
+        EXPECT_STREQ(e.what(), "Invalid length");
+    }
+    EXPECT_EQ(idn_toascii(tooLong.c_str()), std::nullopt);
+    EXPECT_EQ(idn_errno, 5);
+    idn_errno = 0;
+    EXPECT_EQ(idn_email_toascii(("info@" + tooLong).c_str()), std::nullopt);
+    EXPECT_EQ(idn_errno, 5);
+
+    try {
+        quelt::idn::toAscii("xn--ü.com");
+        FAIL() << "an ACE-prefixed non-ASCII label converted";
+    } catch (const IdnaError& e) {
+        EXPECT_EQ(e.code(), 8);
+        EXPECT_STREQ(e.what(), "ACE prefix found");
+    }
+}
+
+TEST(Idn, ErrorTextsFollowTheTable)
+{
+    const struct {
+        int code;
+        const char* text;
+    } cases[] = {{0, "Success"}, {1, "Stringprep error"}, {2, "Punycode error"},
+                 {3, "Contains non-LDH characters"}, {4, "Contains minus"}, {5, "Invalid length"},
+                 {6, "ACE prefix not found"}, {7, "Verify error"}, {8, "ACE prefix found"},
+                 {9, "Iconv error"}, {201, "Cannot allocate buffer"}, {10, "Unknown error"},
+                 {202, "Unknown error"}, {-1, "Unknown error"}};
+    for (const auto& c : cases)
+        EXPECT_STREQ(idn_strerror(c.code), c.text) << c.code;
+}
+
+TEST(Idn, AddressesConvertOnlyAfterTheFirstAt)
+{
+    EXPECT_EQ(quelt::idn::emailToAscii("no-at-sign-ü"), "no-at-sign-ü");
+    EXPECT_EQ(quelt::idn::emailToAscii("jörg@münchen.de"), "jörg@xn--mnchen-3ya.de");
+    EXPECT_EQ(quelt::idn::emailToAscii("a@b@münchen.de"), "a@" + quelt::idn::toAscii("b@münchen.de"));
+    EXPECT_EQ(idn_email_toascii("jörg@münchen.de").value_or("<none>"), "jörg@xn--mnchen-3ya.de");
+    EXPECT_EQ(idn_email_toascii("no-at-sign"), std::nullopt);
+}
+
+TEST(Idn, SafeFormsEndTheProcessWithTheReason)
+{
+    const std::string tooLong = std::string(70, 'a') + "ü.com";
+    EXPECT_EQ(idn_toascii_safe("münchen.de"), "xn--mnchen-3ya.de");
+    EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),
+                "idn_toascii_safe\\(a+ü.com\\) failed: Invalid length");
+    EXPECT_EXIT(idn_email_toascii_safe(("x@" + tooLong).c_str()), ::testing::ExitedWithCode(1),
+                "idn_email_toascii_safe\\(x@a+ü.com\\) failed: Invalid length");
+}
+
+}  // namespace

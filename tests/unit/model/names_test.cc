@@ -1,0 +1,120 @@
+// Mailname validation, shell quoting, loopback detection and IP address parsing.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "model/ip_addr.h"
+#include "model/mailname.h"
+#include "runtime/sh_quote.h"
+
+namespace {
+
+TEST(Mailname, AcceptsAndRejects)
+{
+    const struct {
+        std::string name;
+        int valid;
+    } cases[] = {
+        {"info", 1},
+        {"O'Neil+news", 1},
+        {"a.b-c_d&e+f'g,h", 1},
+        {"x", 1},
+        {std::string(245, 'a'), 1},
+        {"", 0},
+        {std::string(246, 'a'), 0},
+        {".info", 0},
+        {"info.", 0},
+        {"in..fo", 0},
+        {"in fo", 0},
+        {"in@fo", 0},
+        {"in/fo", 0},
+        {"jörg", 0},
+        {"\xe9t\xe9", 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(is_mailname_valid(c.name.c_str()), c.valid) << "'" << c.name << "'";
+    EXPECT_EQ(is_mailname_valid(nullptr), 0);
+}
+
+TEST(ShQuote, EscapesTheShellsSpecialBytes)
+{
+    const struct {
+        std::string in;
+        std::string out;
+    } cases[] = {
+        {"", ""},
+        {"plain-word_1.2,3:4/5=6@7%8", "plain-word_1.2,3:4/5=6@7%8"},
+        {"a b\tc", "a\\ b\\\tc"},
+        {"\"#$&'()*;<>?[\\`|~", "\\\"\\#\\$\\&\\'\\(\\)\\*\\;\\<\\>\\?\\[\\\\\\`\\|\\~"},
+        {"]{}!^", "]{}!^"},
+        {"a\n b", "a'\n'\\ b"},
+        {"ü\xff", "ü\xff"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(quelt::sh_quote(c.in), c.out) << "'" << c.in << "'";
+}
+
+TEST(Loopback, RecognisesEveryLoopbackForm)
+{
+    const struct {
+        const char* text;
+        int loopback;
+    } cases[] = {
+        {"127.0.0.1", 1}, {"127.5.6.7", 1}, {"127.", 1}, {"::1", 1}, {"0:0:0:0:0:0:0:1", 1},
+        {"::ffff:127.0.0.1", 1}, {"::ffff:127.9.8.7", 1}, {"10.0.0.1", 0}, {"::2", 0},
+        {"::ffff:10.0.0.1", 0}, {"128.0.0.1", 0}, {"localhost", 0}, {"", 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(isLoopbackIP(c.text), c.loopback) << c.text;
+}
+
+TEST(IPAnyAddr, ParsesAddressesAndKeepsTheRestAsText)
+{
+    const struct {
+        const char* text;
+        int family;
+        const char* addr;
+        const char* quoted;
+    } cases[] = {
+        {"10.0.0.0/8", 2, "10.0.0.0", "10.0.0.0/8"},
+        {"10.0.0.1", 2, "10.0.0.1", "10.0.0.1/0"},
+        {"192.168.1.0/", 2, "192.168.1.0", "192.168.1.0/0"},
+        {"999.1.1.1/24", 2, "999.1.1.1", "999.1.1.1/24"},
+        {"[::1]/128", 10, "::1", "[::1]/128"},
+        {"2001:db8::1", 10, "2001:db8::1", "[2001:db8::1]/0"},
+        {"[2001:DB8::]/32", 10, "2001:DB8::", "[2001:DB8::]/32"},
+        {"mail.example", 0, "mail.example", "mail.example"},
+        {"10.0.0.1/123", 0, "10.0.0.1/123", "10.0.0.1/123"},
+        {"::1/1281", 0, "::1/1281", "::1/1281"},
+        {"", 0, "", ""},
+    };
+    for (const auto& c : cases) {
+        const Network::IPAnyAddr a(c.text);
+        EXPECT_EQ(a.family(), c.family) << c.text;
+        EXPECT_EQ(a.addr_string(), c.addr) << c.text;
+        EXPECT_EQ(a.to_quoted_string(), c.quoted) << c.text;
+    }
+    // Three digits fit the IPv6 prefix group; the number itself is not checked.
+    EXPECT_EQ(Network::IPAnyAddr("::1/999").to_quoted_string(), "[::1]/999");
+}
+
+TEST(IPAnyAddr, TextAndPrefixConstructor)
+{
+    EXPECT_EQ(Network::IPAnyAddr("fe80::1", 64).to_quoted_string(), "[fe80::1]/64");
+    EXPECT_EQ(Network::IPAnyAddr("10.1.2.3", 16).to_quoted_string(), "10.1.2.3/16");
+    EXPECT_EQ(Network::IPAnyAddr("not an address", 3).family(), 2);
+}
+
+TEST(IPAnyAddr, EqualityComparesAddressesNotPrefixes)
+{
+    using Network::IPAnyAddr;
+    EXPECT_TRUE(IPAnyAddr("::1").addr_eq(IPAnyAddr("0:0:0:0:0:0:0:1")));
+    EXPECT_TRUE(IPAnyAddr("10.0.0.1/8").addr_eq(IPAnyAddr("10.0.0.1/16")));
+    EXPECT_TRUE(IPAnyAddr("[2001:db8::1]/64").addr_eq(IPAnyAddr("2001:DB8:0::1")));
+    EXPECT_FALSE(IPAnyAddr("10.0.0.1").addr_eq(IPAnyAddr("10.0.0.2")));
+    EXPECT_FALSE(IPAnyAddr("10.0.0.1").addr_eq(IPAnyAddr("::ffff:10.0.0.1")));
+    EXPECT_FALSE(IPAnyAddr("mail.example").addr_eq(IPAnyAddr("MAIL.example")));
+    EXPECT_TRUE(IPAnyAddr("mail.example").addr_eq(IPAnyAddr("mail.example")));
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+// One child: failures between fork and exec come back as the parent's exceptions, with the
+// matching exit status; invalid stream codes are refused before anything starts.
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "runtime/errors.h"
+#include "services/process_launch.h"
+
+namespace {
+
+using quelt::process::ProcessLaunch;
+
+struct Argv {
+    std::vector<std::string> words;
+    std::vector<char*> pointers;
+    explicit Argv(std::vector<std::string> w) : words(std::move(w))
+    {
+        for (auto& word : words)
+            pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+    }
+    char* const* get() { return pointers.data(); }
+};
+
+struct Failure {
+    std::string type;
+    std::string what;
+    int code = 0;
+    int exitStatus = -1;
+};
+
+Failure launchAndFail(const std::string& path, bool searchPath, char* const* envp,
+                      const std::string& cwd, const std::function<void()>& hook)
+{
+    Argv argv({path});
+    ProcessLaunch child(argv.get(), path, cwd, envp, false, searchPath, false, hook, -3, -3, -3);
+    Failure f;
+    try {
+        child.waitExec();
+        f.type = "none";
+    } catch (const quelt::SystemError& e) {
+        f.type = "SystemError:" + e.message();
+        f.code = e.code();
+    } catch (const std::runtime_error& e) {
+        f.type = "runtime_error";
+        f.what = e.what();
+    } catch (const std::bad_exception&) {
+        f.type = "bad_exception";
+    } catch (const std::exception&) {
+        f.type = "exception";
+    }
+    const int status = child.waitExit();
+    f.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return f;
+}
+
+TEST(ProcessLaunch, AMissingProgramIsASystemErrorOfTheExecCallAndStatus67)
+{
+    char env0[] = "A=1";
+    char* envp[] = {env0, nullptr};
+    const struct {
+        const char* path;
+        bool searchPath;
+        char* const* envp;
+        const char* want;
+    } cases[] = {
+        {"/nonexistent/program", false, nullptr, "SystemError:execv"},
+        {"no-such-program-anywhere", true, nullptr, "SystemError:execvp"},
+        {"/nonexistent/program", false, envp, "SystemError:execve"},
+    };
+    for (const auto& c : cases) {
+        const Failure f = launchAndFail(c.path, c.searchPath, c.envp, "", {});
+        EXPECT_EQ(f.type, c.want) << c.path;
+        EXPECT_EQ(f.code, ENOENT) << c.path;
+        EXPECT_EQ(f.exitStatus, 67) << c.path;
+    }
+}
+
+TEST(ProcessLaunch, SetUpFailuresInTheChildComeBackTyped)
+{
+    Failure f = launchAndFail("/bin/true", false, nullptr, "/nonexistent/dir", {});
+    EXPECT_EQ(f.type, "SystemError:cwd chdir");
+    EXPECT_EQ(f.code, ENOENT);
+    EXPECT_EQ(f.exitStatus, 67);
+
+    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw std::runtime_error("hook says no"); });
+    EXPECT_EQ(f.type, "runtime_error");
+    EXPECT_EQ(f.what, "hook says no");
+    EXPECT_EQ(f.exitStatus, 66);
+
+    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw std::logic_error("odd"); });
+    EXPECT_EQ(f.type, "exception");
+    EXPECT_EQ(f.exitStatus, 66);
+
+    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw 5; });
+    EXPECT_EQ(f.type, "runtime_error");
+    EXPECT_EQ(f.what, "unknown error");
+    EXPECT_EQ(f.exitStatus, 65);
+
+    f = launchAndFail("/bin/true", false, nullptr, "", {});
+    EXPECT_EQ(f.type, "none");
+    EXPECT_EQ(f.exitStatus, 0);
+}
+
+TEST(ProcessLaunch, RejectsInvalidStreamCodes)
+{
+    Argv argv({"/bin/true"});
+    const struct {
+        int in, out, err;
+        const char* want;
+    } cases[] = {
+        {-1, -2, -2, "invalid FD for stdin"},
+        {-5, -2, -2, "invalid FD for stdin"},
+        {-2, -6, -2, "invalid FD for stdout"},
+        {-2, -5, -2, "invalid FD for stdout"},
+        {-2, -2, -9, "invalid FD for stderr"},
+    };
+    for (const auto& c : cases) {
+        try {
+            ProcessLaunch child(argv.get(), "/bin/true", "", nullptr, false, false, false, {}, c.in,
+                                c.out, c.err);
+            ADD_FAILURE() << "launched with " << c.in << " " << c.out << " " << c.err;
+            child.waitExit();
+        } catch (const std::invalid_argument& e) {
+            EXPECT_STREQ(e.what(), c.want);
+        }
+    }
+}
+
+TEST(ProcessLaunch, StderrCanFollowStdoutIntoOnePipe)
+{
+    Argv argv({"/bin/sh", "-c", "echo out; echo err >&2"});
+    ProcessLaunch child(argv.get(), "/bin/sh", "", nullptr, true, false, false, {}, -3, -4, -5);
+    child.waitExec();
+    std::string text;
+    char buffer[256];
+    ssize_t n;
+    while ((n = ::read(child.stdoutFd().get(), buffer, sizeof buffer)) > 0)
+        text.append(buffer, static_cast<std::size_t>(n));
+    EXPECT_EQ(text, "out\nerr\n");
+    EXPECT_FALSE(child.stderrFd().valid());
+    EXPECT_EQ(child.waitExit(), 0);
+}
+
+}  // namespace
