@@ -10,15 +10,27 @@
 
 namespace quelt::mail::postfix::database {
 
+// What the table store feeds a dump into, whatever the record filter behind it.
+class ChunkFilter {
+public:
+    virtual ~ChunkFilter() = default;
+    virtual void filterChunk(const std::vector<char>& chunk) = 0;
+    // Called once after the dump has ended successfully.
+    virtual void finish() = 0;
+};
+
 // Receives the dump in chunks of any size; every complete line goes through the filter and, if
 // kept, is written with a line feed to `out`. Bytes after the last line feed wait for the next
 // chunk or for finish(). The stream must outlive the object.
 template <class Filter>
-class DataStreamFilter {
+class DataStreamFilter final : public ChunkFilter {
 public:
     DataStreamFilter(Filter filter, std::ostream& out) : filter_(std::move(filter)), out_(out) {}
 
-    void filterChunk(const std::vector<char>& chunk) { filterBytes(chunk.data(), chunk.size()); }
+    void filterChunk(const std::vector<char>& chunk) override
+    {
+        filterBytes(chunk.data(), chunk.size());
+    }
 
     void filterBytes(const char* data, std::size_t size)
     {
@@ -36,7 +48,7 @@ public:
     }
 
     // A last line without a line feed, once the dump has ended successfully.
-    void finish()
+    void finish() override
     {
         if (!pending_.empty())
             writeLine();
