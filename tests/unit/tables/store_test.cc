@@ -79,7 +79,7 @@ TEST_F(Store, RemovalOfPresentAndAbsentKeys)
     seed(kVirtual, "a x\\nb y\\nc z\\n");
     pf::DatabaseHelper::removeRecord(kVirtual, "absent@d.com");
     pf::DatabaseHelper::removeRecord(kVirtual, "b");
-    const Keys keys{"a", "nothere"};
+    const Keys keys{"nothere", "a"};
     pf::DatabaseHelper::removeRecords(kVirtual, keys.begin(), keys.end());
     EXPECT_EQ(dump(kVirtual), "c\tz\n");
     EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-d absent@d.com " + kVirtual,
