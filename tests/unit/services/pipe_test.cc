@@ -139,6 +139,14 @@ TEST(Pipe, PathsWithADotOrSlashAreNotSearched)
     EXPECT_EQ(run.out, "/usr/bin\n");
 }
 
+TEST(Pipe, StageArgumentsEndAtTheFirstEmptyOne)
+{
+    EXPECT_EQ(StageParameters("postconf", "-h", "", "ignored").args,
+              (std::vector<std::string>{"postconf", "-h"}));
+    EXPECT_EQ(StageParameters("").args, (std::vector<std::string>{""}));
+    EXPECT_EQ(StageParameters("0", "1", "2", "3", "4", "5", "6", "7", "8", "9").args.size(), 10u);
+}
+
 TEST(Pipe, MisuseIsRefusedWithItsOwnWords)
 {
     Pipe empty;
