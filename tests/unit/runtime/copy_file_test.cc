@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture.h"
+#include "support/capture.h"
 #include "runtime/copy_file.h"
 #include "runtime/proc_info.h"
 

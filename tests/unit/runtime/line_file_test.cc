@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "capture.h"
+#include "support/capture.h"
 #include "runtime/line_file.h"
 #include "runtime/lock_file.h"
 

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/lock_file.h"
-#include "capture.h"
+#include "support/capture.h"
 
 namespace {
 
