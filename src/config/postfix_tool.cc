@@ -1,0 +1,65 @@
+// One run of a Postfix command-line tool (postconf, postmap) with its diagnostics collected.
+#include "config/postfix_tool.h"
+
+#include <sys/wait.h>
+
+namespace quelt::mail::postfix {
+
+namespace {
+
+constexpr int kPipe = -4;
+
+// Answers "more" once after a producer's last filled chunk, so that the chunk is written
+// whether or not the pipe writes the chunk of a final "no more".
+class LastChunkKeeper {
+public:
+    explicit LastChunkKeeper(const process::Provider& producer) : producer_(producer) {}
+    bool operator()(std::vector<char>& chunk)
+    {
+        if (done_)
+            return false;
+        if (producer_(chunk))
+            return true;
+        done_ = true;
+        return !chunk.empty();
+    }
+
+private:
+    const process::Provider& producer_;
+    bool done_ = false;
+};
+
+}  // namespace
+
+int runTool(const std::vector<std::string>& args, std::string& diagnostics,
+            const process::Provider* input, const process::Receiver* output)
+{
+    process::StageParameters stage;
+    stage.args = args;
+    stage.stderrDisposition = kPipe;
+    stage.stderrReceiver = process::makeStringReceiver(diagnostics);
+
+    process::Pipe pipe;
+    if (input) {
+        pipe.stdinFd = kPipe;
+        pipe.stdinProvider = LastChunkKeeper(*input);
+    }
+    if (output) {
+        pipe.stdoutDisposition = kPipe;
+        pipe.stdoutReceiver = *output;
+    }
+    pipe.append(stage);
+    return pipe.run();
+}
+
+bool succeeded(int waitStatus)
+{
+    return WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 0;
+}
+
+std::string failureText(const std::string& diagnostics)
+{
+    return diagnostics.empty() ? "unknown error" : diagnostics;
+}
+
+}  // namespace quelt::mail::postfix

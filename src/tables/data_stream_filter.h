@@ -1,0 +1,72 @@
+// Streams a table dump through a record filter into the text file a table is rebuilt from,
+// chunk by chunk as the dump arrives, so memory does not grow with the table.
+#pragma once
+
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quelt::mail::postfix::database {
+
+// What the table store feeds a dump into, whatever the record filter behind it.
+class ChunkFilter {
+public:
+    virtual ~ChunkFilter() = default;
+    virtual void filterChunk(const std::vector<char>& chunk) = 0;
+    // Called once after the dump has ended successfully.
+    virtual void finish() = 0;
+};
+
+// Receives the dump in chunks of any size; every complete line goes through the filter and, if
+// kept, is written with a line feed to `out`. Bytes after the last line feed wait for the next
+// chunk or for finish(). The stream must outlive the object.
+template <class Filter>
+class DataStreamFilter final : public ChunkFilter {
+public:
+    DataStreamFilter(Filter filter, std::ostream& out) : filter_(std::move(filter)), out_(out) {}
+
+    void filterChunk(const std::vector<char>& chunk) override
+    {
+        filterBytes(chunk.data(), chunk.size());
+    }
+
+    void filterBytes(const char* data, std::size_t size)
+    {
+        const char* end = data + size;
+        while (data < end) {
+            const void* found = std::memchr(data, '\n', static_cast<std::size_t>(end - data));
+            if (!found)
+                break;
+            const char* eol = static_cast<const char*>(found);
+            pending_.append(data, eol);
+            writeLine();
+            data = eol + 1;
+        }
+        pending_.append(data, end);
+    }
+
+    // A last line without a line feed, once the dump has ended successfully.
+    void finish() override
+    {
+        if (!pending_.empty())
+            writeLine();
+    }
+
+private:
+    void writeLine()
+    {
+        // No flush per line: nobody reads the file before it is closed, and a write call per
+        // record would double the time of a million-record rewrite.
+        if (filter_(pending_))
+            out_ << pending_ << '\n';
+        pending_.clear();
+    }
+
+    Filter filter_;
+    std::ostream& out_;
+    std::string pending_;
+};
+
+}  // namespace quelt::mail::postfix::database

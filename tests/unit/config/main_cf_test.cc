@@ -1,0 +1,159 @@
+// main.cf reads and writes against the real postconf in the sandbox, with a logging spy over
+// /usr/sbin/postconf that counts runs and injects failures.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "config/main_cf_manager.h"
+#include "runtime/errors.h"
+#include "support/tool_spy.h"
+
+namespace pf = quelt::mail::postfix;
+
+namespace {
+
+class MainCf : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { spy_ = new ToolSpy("/usr/sbin/postconf"); }
+    static void TearDownTestSuite() { delete spy_; }
+    void SetUp() override
+    {
+        pf::MainCfManager::getInstance();  // built once; its own runs are not counted here
+        spy_->clear();
+    }
+
+    // What main.cf holds now, read past the spy.
+    static std::string stored(const std::string& name)
+    {
+        ageMainCf();
+        std::string v = shellOutput(spy_->real() + " -h " + name + " 2>/dev/null");
+        if (!v.empty() && v.back() == '\n')
+            v.pop_back();
+        return v;
+    }
+    static void store(const std::string& name, const std::string& value)
+    {
+        shellOutput(spy_->real() + " -e '" + name + "=" + value + "'");
+        ageMainCf();
+    }
+    static size_t writes()
+    {
+        size_t n = 0;
+        for (const auto& run : spy_->runs())
+            n += run.compare(0, 3, "-e ") == 0;
+        return n;
+    }
+
+    static ToolSpy* spy_;
+    const pf::MainCfManager& cf = pf::MainCfManager::getInstance();
+};
+
+ToolSpy* MainCf::spy_ = nullptr;
+
+TEST_F(MainCf, ReadsConfiguredDefaultAndUnknownValues)
+{
+    EXPECT_EQ(cf.mainCfPath(), "/etc/postfix/main.cf");
+    EXPECT_EQ(cf.getStringValue("myhostname", false), "mail.sandbox.test");
+    EXPECT_EQ(cf.getStringValue("myorigin", false), "$myhostname");
+    EXPECT_EQ(cf.getStringValue("inet_interfaces", true), "all");
+    EXPECT_EQ(cf.getStringValue("no_such_parameter", false), "");
+    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-h myhostname", "-h myorigin",
+                                                      "-h -d inet_interfaces",
+                                                      "-h no_such_parameter"}));
+}
+
+TEST_F(MainCf, WritesOneArgumentUnderTheMainCfLock)
+{
+    cf.replaceStringValue("smtpd_banner", "$myhostname ESMTP ready");
+    EXPECT_EQ(stored("smtpd_banner"), "$myhostname ESMTP ready");
+    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-e smtpd_banner=$myhostname ESMTP ready"});
+    const std::string md5 = shellOutput("printf %s /etc/postfix/main.cf | md5sum").substr(0, 32);
+    EXPECT_TRUE(std::filesystem::exists("/var/lock/files/" + md5));
+}
+
+TEST_F(MainCf, AppendToAList)
+{
+    struct Case {
+        std::string name, before, item, after;
+        size_t writes;
+    };
+    const std::vector<Case> cases = {
+        {"mynetworks", "127.0.0.0/8 10.0.0.0/8", "10.0.0.0/8", "127.0.0.0/8 10.0.0.0/8", 1},
+        {"mynetworks", "127.0.0.0/8", "10.0.0.0/8", "127.0.0.0/8, 10.0.0.0/8", 1},
+        {"mynetworks", "", "10.0.0.0/8", "10.0.0.0/8", 1},
+        {"smtpd_client_restrictions", "permit_mynetworks,reject", "reject", "permit_mynetworks,reject", 0},
+        {"smtpd_client_restrictions", "permit_mynetworks", "reject", "permit_mynetworks, reject", 1},
+    };
+    for (const auto& c : cases) {
+        store(c.name, c.before);
+        spy_->clear();
+        cf.appendStringValue(c.name, c.item);
+        EXPECT_EQ(stored(c.name), c.after) << c.name << " = " << c.before << " + " << c.item;
+        EXPECT_EQ(writes(), c.writes) << c.name << " = " << c.before << " + " << c.item;
+    }
+}
+
+TEST_F(MainCf, ListsSplitAtEverySeparatorAndRemoveWritesOnlyOnAChange)
+{
+    store("smtpd_client_restrictions", "a, b a,c");
+    std::list<std::string> items;
+    cf.getList("smtpd_client_restrictions", items);
+    EXPECT_EQ(items, (std::list<std::string>{"a", "", "b", "a", "c"}));
+
+    spy_->clear();
+    cf.removeListElement("smtpd_client_restrictions", "x");
+    EXPECT_EQ(writes(), 0u);
+    EXPECT_EQ(stored("smtpd_client_restrictions"), "a, b a,c");
+    cf.removeListElement("smtpd_client_restrictions", "a");
+    ageMainCf();
+    EXPECT_EQ(writes(), 1u);
+    EXPECT_EQ(stored("smtpd_client_restrictions"), "b, c");
+
+    cf.setList("smtpd_client_restrictions", {});
+    EXPECT_EQ(stored("smtpd_client_restrictions"), "");
+}
+
+TEST_F(MainCf, FilterRebuildsTheListFromTheCurrentValue)
+{
+    store("smtpd_recipient_restrictions", "reject_rbl_client x, check_policy_service unix:p");
+    auto filter = [](const std::string& current, std::list<std::string>& items) {
+        items.push_back("permit_mynetworks");
+        items.push_back(current.substr(current.find(", ") + 2));
+    };
+    cf.filterStringValues("smtpd_recipient_restrictions", filter);
+    EXPECT_EQ(stored("smtpd_recipient_restrictions"), "permit_mynetworks, check_policy_service unix:p");
+}
+
+TEST_F(MainCf, FailuresCarryPostconfsText)
+{
+    struct Case {
+        std::string glob, text, code, want;
+        bool write;
+    };
+    const std::vector<Case> cases = {
+        {"-e *", "postconf: fatal: bad\n", "1", "postconf: fatal: bad\n", true},
+        {"-e *", "", "KILL", "unknown error", true},
+        {"-h *", "", "1", "unknown error", false},
+        {"-h *", "postconf: fatal: broken main.cf\n", "0", "postconf: fatal: broken main.cf\n", false},
+    };
+    for (const auto& c : cases) {
+        spy_->failWhen(c.glob, c.text, c.code);
+        try {
+            if (c.write)
+                cf.replaceStringValue("smtpd_banner", "x");
+            else
+                cf.getStringValue("myhostname", false);
+            ADD_FAILURE() << "no exception for " << c.glob << " " << c.code;
+        } catch (const pf::PostfixConfigurationError& e) {
+            EXPECT_EQ(std::string(e.what()), c.want) << c.glob << " " << c.code;
+        }
+    }
+    // Warnings with an empty value are a legitimate empty value.
+    spy_->failWhen("-h *", "postconf: warning: x: unknown parameter\n", "0");
+    EXPECT_EQ(cf.getStringValue("x", false), "");
+}
+
+}  // namespace

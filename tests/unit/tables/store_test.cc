@@ -1,0 +1,260 @@
+// The table store and batches against the real postmap, in the sandbox, with a logging spy
+// over /usr/sbin/postmap that counts runs and injects failures.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "runtime/errors.h"
+#include "support/capture.h"
+#include "support/tool_spy.h"
+#include "tables/batch_database_helper.h"
+#include "tables/database_helper.h"
+#include "tables/record_filters.h"
+
+namespace pf = quelt::mail::postfix;
+namespace db = quelt::mail::postfix::database;
+using Records = std::list<std::pair<std::string, std::string>>;
+using Keys = std::list<std::string>;
+
+namespace {
+
+const std::string kDir = "/var/spool/postfix/quelt/";
+const std::string kVirtual = "hash:" + kDir + "virtual";
+const std::string kMailbox = "hash:" + kDir + "vmailbox";
+
+class Store : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { spy_ = new ToolSpy("/usr/sbin/postmap"); }
+    static void TearDownTestSuite() { delete spy_; }
+
+    void SetUp() override
+    {
+        for (const char* name : {"virtual", "vmailbox", "virtual.db", "vmailbox.db"})
+            std::filesystem::remove(kDir + name);
+        spy_->clear();
+    }
+
+    // The table's records as the real postmap dumps them, "key<TAB>value" lines in byte order.
+    static std::string dump(const std::string& table)
+    {
+        return shellOutput(spy_->real() + " -s " + table + " 2>&1 | LC_ALL=C sort");
+    }
+
+    static void seed(const std::string& table, const std::string& lines)
+    {
+        shellOutput("printf '" + lines + "' | " + spy_->real() + " -r -i " + table);
+    }
+
+    static std::string lockFileOf(const std::string& path)
+    {
+        const std::string md5 = shellOutput("printf %s '" + path + "' | md5sum");
+        return "/var/lock/files/" + md5.substr(0, 32);
+    }
+
+    static ToolSpy* spy_;
+};
+
+ToolSpy* Store::spy_ = nullptr;
+
+TEST_F(Store, AddRecordsIsOneRunAndLaterRecordsWin)
+{
+    const Records first{{"a@d.com", "x@y.net"}, {"b@d.com", "y@y.net"}, {"a@d.com", "z@y.net"}};
+    pf::DatabaseHelper::addRecords(kVirtual, first.begin(), first.end());
+    pf::DatabaseHelper::addRecord(kVirtual, "b@d.com", "w@y.net, v@y.net");
+    EXPECT_EQ(dump(kVirtual), "a@d.com\tz@y.net\nb@d.com\tw@y.net, v@y.net\n");
+    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-r -i " + kVirtual, "-r -i " + kVirtual}));
+
+    const std::vector<std::pair<std::string, std::string>> none;
+    pf::DatabaseHelper::addRecords(kVirtual, none.begin(), none.end());
+    const Keys noKeys;
+    pf::DatabaseHelper::removeRecords(kVirtual, noKeys.begin(), noKeys.end());
+    EXPECT_EQ(spy_->runs().size(), 2u) << "empty ranges must run no postmap";
+}
+
+TEST_F(Store, RemovalOfPresentAndAbsentKeys)
+{
+    seed(kVirtual, "a x\\nb y\\nc z\\n");
+    pf::DatabaseHelper::removeRecord(kVirtual, "absent@d.com");
+    pf::DatabaseHelper::removeRecord(kVirtual, "b");
+    const Keys keys{"nothere", "a"};
+    pf::DatabaseHelper::removeRecords(kVirtual, keys.begin(), keys.end());
+    EXPECT_EQ(dump(kVirtual), "c\tz\n");
+    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-d absent@d.com " + kVirtual,
+                                                      "-d b " + kVirtual, "-d - " + kVirtual}));
+}
+
+TEST_F(Store, FailuresCarryPostmapsOwnText)
+{
+    const std::string fatal = "postmap: fatal: open database x.db: Permission denied\n";
+    const Keys keys{"a"};
+    const Records recs{{"a", "b"}};
+
+    spy_->failWhen("-d *", fatal);
+    try {
+        pf::DatabaseHelper::removeRecord(kVirtual, "a");
+        ADD_FAILURE() << "removeRecord did not throw";
+    } catch (const pf::PostfixDatabaseError& e) {
+        EXPECT_EQ(std::string(e.what()), fatal);
+    }
+    try {
+        pf::DatabaseHelper::removeRecords(kVirtual, keys.begin(), keys.end());
+        ADD_FAILURE() << "removeRecords did not throw";
+    } catch (const pf::PostfixDatabaseError& e) {
+        EXPECT_EQ(std::string(e.what()), fatal);
+    }
+
+    // A non-zero exit whose diagnostics are only warnings counts as a done removal.
+    spy_->failWhen("-d *", "postmap: warning: a: not found\n");
+    EXPECT_NO_THROW(pf::DatabaseHelper::removeRecord(kVirtual, "a"));
+    spy_->failWhen("-d *", "", "KILL");
+    EXPECT_THROW(pf::DatabaseHelper::removeRecord(kVirtual, "a"), pf::PostfixDatabaseError);
+
+    spy_->failWhen("-r -i *", fatal);
+    try {
+        pf::DatabaseHelper::addRecords(kVirtual, recs.begin(), recs.end());
+        ADD_FAILURE() << "addRecords did not throw";
+    } catch (const pf::PostfixConfigurationError& e) {
+        EXPECT_EQ(std::string(e.what()), fatal);
+    }
+    spy_->failWhen("-r -i *", "");
+    try {
+        pf::DatabaseHelper::addRecord(kVirtual, "a", "b");
+        ADD_FAILURE() << "addRecord did not throw";
+    } catch (const pf::PostfixConfigurationError& e) {
+        EXPECT_EQ(std::string(e.what()), "unknown error");
+    }
+}
+
+TEST_F(Store, RealPostmapFailureOnMissingFolder)
+{
+    const std::string table = "hash:/var/spool/postfix/nowhere/virtual";
+    try {
+        pf::DatabaseHelper::addRecord(table, "a", "b");
+        ADD_FAILURE() << "no exception";
+    } catch (const pf::PostfixConfigurationError& e) {
+        EXPECT_NE(std::string(e.what()).find("postmap: fatal: "), std::string::npos) << e.what();
+    }
+    EXPECT_THROW(pf::DatabaseHelper::removeRecord(table, "a"), pf::PostfixDatabaseError);
+}
+
+TEST_F(Store, ReplaceRecordsLeavesExactlyTheGivenRecordsAndNoTextFile)
+{
+    seed(kVirtual, "old x\\n");
+    const Records recs{{"k1", "v1"}, {"k2", "v2, v3"}};
+    pf::DatabaseHelper::replaceRecords(kVirtual, recs.begin(), recs.end());
+    EXPECT_EQ(dump(kVirtual), "k1\tv1\nk2\tv2, v3\n");
+    EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
+    EXPECT_TRUE(std::filesystem::exists(lockFileOf(kDir + "virtual")));
+    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-r " + kVirtual});
+
+    const Records none;
+    pf::DatabaseHelper::replaceRecords(kVirtual, none.begin(), none.end());
+    EXPECT_EQ(dump(kVirtual), "");
+
+    spy_->failWhen("-r hash:*", "postmap: fatal: nope\n");
+    EXPECT_THROW(pf::DatabaseHelper::replaceRecords(kVirtual, recs.begin(), recs.end()),
+                 pf::PostfixConfigurationError);
+    EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
+}
+
+TEST_F(Store, FilterRecordsRewritesThroughTheDump)
+{
+    seed(kVirtual, "a@d.com x@y.net\\nb@y.net a@d.com,c@y.net  e@d.com\\nd.com virtual\\nf@y.net a,b\\n");
+    const db::ElementsFilter<db::NotInDomainFilter> drop(db::NotInDomainFilter("d.com", false));
+    pf::DatabaseHelper::filterRecords(kVirtual, drop);
+    EXPECT_EQ(dump(kVirtual), "b@y.net\tc@y.net\nf@y.net\ta, b\n");
+    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-s " + kVirtual, kVirtual}));
+    EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
+    EXPECT_TRUE(std::filesystem::exists(lockFileOf(kDir + "virtual")));
+}
+
+TEST_F(Store, FailedDumpOrRebuildLeavesNoTextFile)
+{
+    seed(kVirtual, "a@d.com x@y.net\\nb@y.net c@y.net\\n");
+    const db::ElementsFilter<db::NotInDomainFilter> drop(db::NotInDomainFilter("d.com", false));
+
+    spy_->failWhen("-s *", "postmap: fatal: dump failed\n");
+    try {
+        pf::DatabaseHelper::filterRecords(kVirtual, drop);
+        ADD_FAILURE() << "failed dump did not throw";
+    } catch (const pf::PostfixConfigurationError& e) {
+        EXPECT_EQ(std::string(e.what()), "postmap: fatal: dump failed\n");
+    }
+    EXPECT_EQ(dump(kVirtual), "a@d.com\tx@y.net\nb@y.net\tc@y.net\n") << "table must be untouched";
+    EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
+
+    spy_->failWhen("hash:*", "");
+    try {
+        pf::DatabaseHelper::filterRecords(kVirtual, drop);
+        ADD_FAILURE() << "failed rebuild did not throw";
+    } catch (const pf::PostfixConfigurationError& e) {
+        EXPECT_EQ(std::string(e.what()), "unknown error");
+    }
+    EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
+    EXPECT_TRUE(std::filesystem::exists(lockFileOf(kDir + "virtual")));
+}
+
+TEST_F(Store, ImmediateBatchRunsOncePerCall)
+{
+    pf::BatchDatabaseHelper batch(true, true);
+    batch.addChange(kVirtual, "a", "1");
+    batch.addChange(kVirtual, "b", "2");
+    const std::vector<std::pair<std::string, std::string>> three{{"c", "3"}, {"d", "4"}, {"e", "5"}};
+    batch.addChanges(kVirtual, three.begin(), three.end());
+    const Keys gone{"a", "c"};
+    batch.removeChanges(kVirtual, gone.begin(), gone.end());
+    batch.commit();
+    EXPECT_EQ(spy_->runs().size(), 4u);
+    EXPECT_EQ(dump(kVirtual), "b\t2\nd\t4\ne\t5\n");
+}
+
+TEST_F(Store, CachedBatchCommitsTablesInNameOrderAdditionsFirst)
+{
+    pf::BatchDatabaseHelper batch(true, false);
+    batch.addChange(kVirtual, "a", "1");
+    batch.addChange(kMailbox, "m", "d/m/");
+    batch.addChange(kVirtual, "b", "2");
+    const Keys gone{"a"};
+    batch.removeChanges(kVirtual, gone.begin(), gone.end());
+    EXPECT_TRUE(spy_->runs().empty()) << "cached changes must wait for commit";
+    batch.commit();
+    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-r -i " + kVirtual, "-r -i " + kMailbox,
+                                                      "-d - " + kVirtual}));
+    EXPECT_EQ(dump(kVirtual), "b\t2\n");
+    EXPECT_EQ(dump(kMailbox), "m\td/m/\n");
+    spy_->clear();
+    batch.commit();
+    EXPECT_TRUE(spy_->runs().empty()) << "commit must empty the caches";
+}
+
+TEST_F(Store, CachedBatchDroppedOrFailingAndReplaceMode)
+{
+    seed(kVirtual, "keep 1\\n");
+    {
+        pf::BatchDatabaseHelper batch(true, false);
+        batch.addChange(kVirtual, "lost", "x");
+    }
+    EXPECT_TRUE(spy_->runs().empty());
+    EXPECT_EQ(dump(kVirtual), "keep\t1\n");
+
+    pf::BatchDatabaseHelper failing(true, false);
+    failing.addChange(kVirtual, "n", "1");
+    spy_->failWhen("-r -i *", "postmap: fatal: x\n");
+    EXPECT_THROW(failing.commit(), pf::PostfixConfigurationError);
+    spy_->clear();
+    failing.commit();
+    EXPECT_EQ(spy_->runs().size(), 1u) << "a failed commit keeps the additions cached";
+    spy_->clear();
+
+    pf::BatchDatabaseHelper replace(false, false);
+    replace.addChange(kVirtual, "only", "1");
+    replace.addChange(kVirtual, "other", "2");
+    replace.commit();
+    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-r " + kVirtual});
+    EXPECT_EQ(dump(kVirtual), "only\t1\nother\t2\n");
+}
+
+}  // namespace
