@@ -9,26 +9,6 @@ namespace {
 
 constexpr int kPipe = -4;
 
-// Answers "more" once after a producer's last filled chunk, so that the chunk is written
-// whether or not the pipe writes the chunk of a final "no more".
-class LastChunkKeeper {
-public:
-    explicit LastChunkKeeper(const process::Provider& producer) : producer_(producer) {}
-    bool operator()(std::vector<char>& chunk)
-    {
-        if (done_)
-            return false;
-        if (producer_(chunk))
-            return true;
-        done_ = true;
-        return !chunk.empty();
-    }
-
-private:
-    const process::Provider& producer_;
-    bool done_ = false;
-};
-
 }  // namespace
 
 int runTool(const std::vector<std::string>& args, std::string& diagnostics,
@@ -42,7 +22,7 @@ int runTool(const std::vector<std::string>& args, std::string& diagnostics,
     process::Pipe pipe;
     if (input) {
         pipe.stdinFd = kPipe;
-        pipe.stdinProvider = LastChunkKeeper(*input);
+        pipe.stdinProvider = *input;
     }
     if (output) {
         pipe.stdoutDisposition = kPipe;

@@ -81,11 +81,14 @@ public:
     void onWritable()
     {
         if (pending_.empty()) {
-            chunk_.clear();
-            if (!provider_ || !provider_(chunk_)) {
+            // The provider's last call (the one returning false) may still fill a chunk: it is
+            // written before the input is closed.
+            if (last_ || !provider_) {
                 fd_.close();
                 return;
             }
+            chunk_.clear();
+            last_ = !provider_(chunk_);
             pending_.swap(chunk_);
             offset_ = 0;
             if (pending_.empty())
@@ -109,6 +112,7 @@ private:
     std::vector<char> pending_;
     std::vector<char> chunk_;
     std::size_t offset_ = 0;
+    bool last_ = false;
 };
 
 }  // namespace

@@ -75,6 +75,21 @@ TEST(Pipe, FeedsAHundredKilobytesAndGetsThemBack)
     EXPECT_TRUE(run.out == input);
 }
 
+TEST(Pipe, WritesTheChunkOfTheProvidersLastCall)
+{
+    // A record producer fills one line per call and answers "no more" with the last one.
+    const std::vector<std::string> lines{"a 1\n", "b 2\n", "c 3\n"};
+    Collected run{StageParameters("cat")};
+    std::size_t next = 0;
+    run.pipe.stdinFd = NewPipe;
+    run.pipe.stdinProvider = [&](std::vector<char>& buffer) {
+        buffer.insert(buffer.end(), lines[next].begin(), lines[next].end());
+        return ++next < lines.size();
+    };
+    EXPECT_EQ(run.pipe.run(), 0);
+    EXPECT_EQ(run.out, "a 1\nb 2\nc 3\n");
+}
+
 TEST(Pipe, DrainsBothOutputsBeyondAPipeBuffer)
 {
     Collected run{StageParameters("/bin/sh", "-c",
