@@ -1,4 +1,5 @@
 // Every command word of this build and its handler.
+#include "front/commands/domain_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -7,6 +8,11 @@ namespace quelt::mail::postfix::mailrig_commands {
 CommandTable buildCommandTable()
 {
     return CommandTable{
+        {"--add-domain", addDomain},
+        {"--remove-domain", removeDomain},
+        {"--turn-on-domain", enableDomain},
+        {"--turn-off-domain", disableDomain},
+        {"--set-domain-disk-quota", setDomainDiskQuota},
         {"-h", usageShortCmd},
         {"--help", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

@@ -1,0 +1,230 @@
+// Makes a stock Postfix server ready for mailrig.
+#include "front/setup/server_setup.h"
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+
+#include <algorithm>
+#include <list>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "auth/passwd_db.h"
+#include "auth/passwd_location.h"
+#include "config/main_cf_manager.h"
+#include "handlers/mail_handlers.h"
+#include "runtime/zvt_conf.h"
+#include "services/exec_cmd.h"
+#include "tables/database_helper.h"
+#include "tables/table_names.h"
+
+namespace quelt::mail::postfix::setup {
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr const char* kMailUser = "popuser";
+constexpr const char* kTablesDir = "/var/spool/postfix/quelt";
+
+const char* const kTables[] = {tables::kVirtualDomains, tables::kVirtual,          tables::kVmailbox,
+                               tables::kAliases,        tables::kSenderTransports, tables::kBlacklists};
+
+struct MailUser {
+    uid_t uid;
+    gid_t gid;
+};
+
+std::optional<MailUser> lookUpMailUser()
+{
+    const passwd* pw = ::getpwnam(kMailUser);
+    if (!pw)
+        return std::nullopt;
+    return MailUser{pw->pw_uid, pw->pw_gid};
+}
+
+std::string createUserCommand(const std::string& home)
+{
+    return std::string("groupadd --system ") + kMailUser + " && useradd --system --gid " + kMailUser +
+           " --home-dir " + home + " --no-create-home --shell /usr/sbin/nologin " + kMailUser;
+}
+
+MailUser ensureMailUser(const SetupOptions& options, const std::string& mailRoot, std::ostream& out, int& changes)
+{
+    if (auto user = lookUpMailUser())
+        return *user;
+    if (options.missingUser == MissingUser::Fail)
+        throw std::runtime_error(std::string("the mail user ") + kMailUser +
+                                 " does not exist; create it with\n    " + createUserCommand(mailRoot) +
+                                 "\nor run mailrig-setup --create-user");
+    if (!::getgrnam(kMailUser)) {
+        ExecCmd groupadd("groupadd");
+        groupadd << "--system" << kMailUser;
+        groupadd.exec();
+    }
+    ExecCmd useradd("useradd");
+    useradd << "--system" << "--gid" << kMailUser << "--home-dir" << mailRoot << "--no-create-home"
+            << "--shell" << "/usr/sbin/nologin" << kMailUser;
+    useradd.exec();
+    out << "created the mail user " << kMailUser << '\n';
+    ++changes;
+    if (auto user = lookUpMailUser())
+        return *user;
+    throw std::runtime_error(std::string("useradd did not create ") + kMailUser);
+}
+
+// Creates `dir` (and its parents, which keep the defaults) with the owner and mode when missing;
+// an existing folder is left as the admin has it.
+void ensureDirectory(const fs::path& dir, uid_t uid, gid_t gid, mode_t mode, std::ostream& out, int& changes)
+{
+    if (fs::is_directory(dir))
+        return;
+    fs::create_directories(dir);
+    if (::chown(dir.c_str(), uid, gid) != 0 || ::chmod(dir.c_str(), mode) != 0)
+        throw std::runtime_error("cannot set the owner and mode of " + dir.string());
+    out << "created " << dir.string() << '\n';
+    ++changes;
+}
+
+void ensureTables(std::ostream& out, int& changes)
+{
+    for (const char* table : kTables) {
+        const std::string path = tablePath(table);
+        if (fs::exists(path + ".db"))
+            continue;
+        const std::vector<std::pair<std::string, std::string>> none;
+        DatabaseHelper::replaceRecords(table, none.begin(), none.end());
+        out << "created the empty table " << table << '\n';
+        ++changes;
+    }
+}
+
+void ensurePasswordDb(const SetupOptions& options, std::ostream& out, int& changes)
+{
+    const bool present = fs::exists(mailAuthDBPath());
+    if (present && options.passwordDb == PasswordDb::KeepExisting)
+        return;
+    if (mailAuthDBInitStyle(1) != 0)
+        throw std::runtime_error("cannot create the password database " + mailAuthDBPath());
+    out << (present ? "re-created " : "created ") << "the password database " << mailAuthDBPath() << " and its key\n";
+    ++changes;
+}
+
+void ensureHandlersDb(std::ostream& out, int& changes)
+{
+    if (fs::exists(mh_db_path()))
+        return;
+    if (mh_db_create(nullptr) != 0)
+        throw std::runtime_error("cannot create the mail-handlers database " + mh_db_path());
+    out << "created the mail-handlers database " << mh_db_path() << '\n';
+    ++changes;
+}
+
+struct Setting {
+    std::string name;
+    std::string value;
+    bool listItem;  // add `value` to a list instead of replacing the whole value
+};
+
+std::vector<Setting> requiredSettings(const std::string& mailRoot, const MailUser* user)
+{
+    std::vector<Setting> settings{
+        {"virtual_mailbox_domains", tables::kVirtualDomains, false},
+        {"virtual_mailbox_maps", tables::kVmailbox, false},
+        {"virtual_alias_maps", tables::kVirtual, false},
+        {"virtual_mailbox_base", mailRoot, false},
+    };
+    if (user) {
+        settings.push_back({"virtual_uid_maps", "static:" + std::to_string(user->uid), false});
+        settings.push_back({"virtual_gid_maps", "static:" + std::to_string(user->gid), false});
+    }
+    settings.push_back({"sender_dependent_default_transport_maps", tables::kSenderTransports, false});
+    settings.push_back({"alias_maps", tables::kAliases, true});
+    settings.push_back({"mydestination", "localhost.localdomain", true});
+    settings.push_back({"smtpd_sender_restrictions", std::string("check_sender_access ") + tables::kBlacklists, true});
+    return settings;
+}
+
+bool listHas(const MainCfManager& mainCf, const std::string& name, const std::string& item)
+{
+    // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
+    std::list<std::string> words;
+    mainCf.getList(name, words);
+    words.remove("");
+    std::list<std::string> wanted;
+    const std::string sep = " \t,";
+    for (std::size_t at = 0; at < item.size();) {
+        const std::size_t end = std::min(item.find_first_of(sep, at), item.size());
+        if (end > at)
+            wanted.push_back(item.substr(at, end - at));
+        at = end + 1;
+    }
+    for (auto it = words.begin(); it != words.end(); ++it) {
+        auto w = it;
+        auto x = wanted.begin();
+        while (w != words.end() && x != wanted.end() && *w == *x) {
+            ++w;
+            ++x;
+        }
+        if (x == wanted.end())
+            return true;
+    }
+    return false;
+}
+
+void ensureMainCf(const std::string& mailRoot, const MailUser& user, std::ostream& out, int& changes)
+{
+    const MainCfManager& mainCf = MainCfManager::getInstance();
+    for (const Setting& s : requiredSettings(mailRoot, &user)) {
+        if (s.listItem) {
+            if (listHas(mainCf, s.name, s.value))
+                continue;
+            // Start from what Postfix uses now, so that an inherited default keeps its items.
+            std::string current = mainCf.getStringValue(s.name, false);
+            mainCf.replaceStringValue(s.name, current.empty() ? s.value : current + ", " + s.value);
+            out << "main.cf: added " << s.value << " to " << s.name << '\n';
+        } else {
+            if (mainCf.getStringValue(s.name, false) == s.value)
+                continue;
+            mainCf.replaceStringValue(s.name, s.value);
+            out << "main.cf: set " << s.name << " = " << s.value << '\n';
+        }
+        ++changes;
+    }
+}
+
+}  // namespace
+
+int prepareServer(const SetupOptions& options, std::ostream& out)
+{
+    int changes = 0;
+    const std::string mailRoot = zvtConfGetDefaultByIndex(QUELT_MAILNAMES_D_IDX);
+    const MailUser user = ensureMailUser(options, mailRoot, out, changes);
+
+    mailAuthDBSelectStyle(1);
+    ensureDirectory(kTablesDir, 0, 0, 0755, out, changes);
+    ensureDirectory(mailRoot, user.uid, user.gid, 0755, out, changes);
+    ensureDirectory(fs::path(mh_db_path()).parent_path(), 0, 0, 0755, out, changes);
+    ensureTables(out, changes);
+    ensurePasswordDb(options, out, changes);
+    ensureHandlersDb(out, changes);
+    ensureMainCf(mailRoot, user, out, changes);
+    return changes;
+}
+
+std::string requiredMainCfSummary()
+{
+    std::string text;
+    for (const Setting& s : requiredSettings(zvtConfGetDefaultByIndex(QUELT_MAILNAMES_D_IDX), nullptr))
+        text += s.name + (s.listItem ? " += " : " = ") + s.value + "\n";
+    return text;
+}
+
+}  // namespace quelt::mail::postfix::setup
