@@ -120,6 +120,15 @@ public:
         added_ = true;
         addHostEntry();
     }
+    // Takes back an entry (even a partly) made by renamedFrom, for callers whose later undo
+    // steps must see the table without it; the guard then only restores a removed entry.
+    void undoAdded()
+    {
+        if (!added_)
+            return;
+        added_ = false;
+        dropHostEntry();
+    }
     void dismiss() { done_ = true; }
 
 private:
@@ -385,6 +394,9 @@ void DomainManager::renameDomain(const std::string& oldDomain, const std::string
     renameMailboxes(oldDomain, newDomain);
     undo.push([&] { renameMailboxes(newDomain, oldDomain); });
 
+    // Undone before the table steps: undoing the virtual rename gives the old name back its own
+    // standard addresses, which dropping the host entry afterwards would delete.
+    undo.push([&hostEntry] { hostEntry.undoAdded(); });
     hostEntry.renamedFrom(oldDomain);
     MaildirManager::getInstance().renameDomainRoot(oldDomain, newDomain);
     undo.dismiss();
