@@ -157,6 +157,7 @@ protected:
         return spy_->runs();
     }
 
+    // A table name as a string, for building expected postmap argument lines.
     static std::string table(const char* name) { return name; }
 
     static ToolSpy* spy_;
@@ -215,7 +216,7 @@ TEST_F(DomainManagerTest, RenameDomainFailureAtAnyStepRestoresEverything)
         const auto runs = runsOf(prepare, rename);
         for (size_t n = 1; n <= runs.size() + 1; ++n) {
             const bool blockTree = n > runs.size();
-            const std::string what = from + " -> " + to + ", " + (blockTree ? "tree blocked" : "failing " + runs[n - 1]);
+            const std::string what = from + " -> " + to + ", " + (blockTree ? "tree blocked" : "failing run " + std::to_string(n) + ": " + runs[n - 1]);
             reset();
             prepare();
             if (blockTree)
@@ -284,7 +285,7 @@ TEST_F(DomainManagerTest, RenameDomainAlias)
         // re-creating the host entry fails, but the entry is not left half made.
         bool rewritten = false;
         for (size_t n = 1; n <= runs.size(); ++n) {
-            const std::string what = from + " -> " + to + ", failing " + runs[n - 1];
+            const std::string what = from + " -> " + to + ", failing run " + std::to_string(n) + ": " + runs[n - 1];
             reset();
             prepare();
             const Records before = dump(tb::kVirtual);
