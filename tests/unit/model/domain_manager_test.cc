@@ -141,7 +141,8 @@ protected:
     {
         seed(tb::kVirtualDomains, {"old.test old.test/"});
         Records virt = stdRecords("old.test") + stdRecords(alias) +
-                       Records{alias + " 1", "info@" + alias + " info@old.test", "x@other.test x@" + alias + ", y@b.test"};
+                       Records{alias + " 1", "info@" + alias + " info@old.test",
+                               "x@other.test x@" + alias + ", y@b.test"};
         if (alias != kHost)
             virt = virt + Records{kHost + " 1"} + stdRecords(kHost);
         seed(tb::kVirtual, virt);
@@ -216,7 +217,8 @@ TEST_F(DomainManagerTest, RenameDomainFailureAtAnyStepRestoresEverything)
         const auto runs = runsOf(prepare, rename);
         for (size_t n = 1; n <= runs.size() + 1; ++n) {
             const bool blockTree = n > runs.size();
-            const std::string what = from + " -> " + to + ", " + (blockTree ? "tree blocked" : "failing run " + std::to_string(n) + ": " + runs[n - 1]);
+            const std::string what = from + " -> " + to + ", " +
+                                     (blockTree ? "tree blocked" : "failing run " + std::to_string(n) + ": " + runs[n - 1]);
             reset();
             prepare();
             if (blockTree)
