@@ -120,6 +120,15 @@ public:
         added_ = true;
         addHostEntry();
     }
+    // Takes back an entry (even a partly) made by renamedFrom, for callers whose later undo
+    // steps must see the table without it; the guard then only restores a removed entry.
+    void undoAdded()
+    {
+        if (!added_)
+            return;
+        added_ = false;
+        dropHostEntry();
+    }
     void dismiss() { done_ = true; }
 
 private:
@@ -359,6 +368,8 @@ void DomainManager::renameDomain(const std::string& oldDomain, const std::string
 {
     safeDomainFromToHostnameRenamer hostEntry;
     hostEntry.renamingTo(newDomain);
+    // The undo steps run from undo's destructor, after the step lambdas below have ended: they
+    // hold copies of them.
     RenameUndo undo(tables::kVirtualDomainsTitle);
 
     auto renameDomainsTable = [](const std::string& from, const std::string& to) {
@@ -366,14 +377,14 @@ void DomainManager::renameDomain(const std::string& oldDomain, const std::string
                                       ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef(from, to)));
     };
     renameDomainsTable(oldDomain, newDomain);
-    undo.push([&] { renameDomainsTable(newDomain, oldDomain); });
+    undo.push([renameDomainsTable, &oldDomain, &newDomain] { renameDomainsTable(newDomain, oldDomain); });
 
     auto renameAliases = [](const std::string& from, const std::string& to) {
         DatabaseHelper::filterRecords(tables::kVirtual,
                                       ElementsFilter<ReplaceDomainPart>(ReplaceDomainPart(from, to, false)));
     };
     renameAliases(oldDomain, newDomain);
-    undo.push([&] { renameAliases(newDomain, oldDomain); });
+    undo.push([renameAliases, &oldDomain, &newDomain] { renameAliases(newDomain, oldDomain); });
 
     auto renameMailboxes = [](const std::string& from, const std::string& to) {
         const std::string fromRoot = MaildirManager::getDomainRelativeRoot(from).string();
@@ -383,8 +394,11 @@ void DomainManager::renameDomain(const std::string& oldDomain, const std::string
                                                              ReplaceDomainPath(fromRoot, toRoot)));
     };
     renameMailboxes(oldDomain, newDomain);
-    undo.push([&] { renameMailboxes(newDomain, oldDomain); });
+    undo.push([renameMailboxes, &oldDomain, &newDomain] { renameMailboxes(newDomain, oldDomain); });
 
+    // Undone before the table steps: undoing the virtual rename gives the old name back its own
+    // standard addresses, which dropping the host entry afterwards would delete.
+    undo.push([&hostEntry] { hostEntry.undoAdded(); });
     hostEntry.renamedFrom(oldDomain);
     MaildirManager::getInstance().renameDomainRoot(oldDomain, newDomain);
     undo.dismiss();

@@ -1,6 +1,7 @@
 // Puts a logging stand-in over a Postfix tool inside the sandbox (a bind mount over the real
-// path): every run's arguments are logged, and a run whose arguments match a pattern can be
-// made to fail with a given text and exit code (or be killed) before the real tool runs.
+// path): every run's arguments are logged, and a run whose arguments match a pattern, or the
+// n-th run, can be made to fail with a given text and exit code (or be killed) before the real
+// tool runs.
 #pragma once
 
 #include <signal.h>
@@ -36,16 +37,20 @@ public:
             "#!/bin/bash\n"
             "dir=" << dir_ << "\n"
             "printf '%s\\n' \"$*\" >> $dir/log\n"
+            "fail() {\n"
+            // Read what we are fed, as the real tool would, so the feeder sees no broken pipe.
+            "  case \" $* \" in *' -i '*|*' -d - '*) cat > /dev/null ;; esac\n"
+            "  cat $dir/fail-text >&2\n"
+            "  code=$(cat $dir/fail-code)\n"
+            "  [ \"$code\" = KILL ] && kill -KILL $$\n"
+            "  exit $code\n"
+            "}\n"
             "if [ -f $dir/fail-match ]; then\n"
             "  pattern=$(cat $dir/fail-match)\n"
-            "  case \"$*\" in $pattern)\n"
-            // Read what we are fed, as the real tool would, so the feeder sees no broken pipe.
-            "    case \" $* \" in *' -i '*|*' -d - '*) cat > /dev/null ;; esac\n"
-            "    cat $dir/fail-text >&2\n"
-            "    code=$(cat $dir/fail-code)\n"
-            "    [ \"$code\" = KILL ] && kill -KILL $$\n"
-            "    exit $code ;;\n"
-            "  esac\n"
+            "  case \"$*\" in $pattern) fail \"$@\" ;; esac\n"
+            "fi\n"
+            "if [ -f $dir/fail-run ] && [ \"$(wc -l < $dir/log)\" = \"$(cat $dir/fail-run)\" ]; then\n"
+            "  fail \"$@\"\n"
             "fi\n"
             "exec -a \"$0\" $dir/real \"$@\"\n";
         std::filesystem::permissions(dir_ + "/spy", std::filesystem::perms::owner_all);
@@ -66,6 +71,7 @@ public:
     {
         std::filesystem::remove(dir_ + "/log");
         std::filesystem::remove(dir_ + "/fail-match");
+        std::filesystem::remove(dir_ + "/fail-run");
     }
 
     // The next runs whose space-joined arguments match the shell glob print `text` on standard
@@ -75,6 +81,15 @@ public:
         std::ofstream(dir_ + "/fail-text") << text;
         std::ofstream(dir_ + "/fail-code") << code;
         std::ofstream(dir_ + "/fail-match") << glob;
+    }
+
+    // Only the `n`-th run after the last clear() (counting from 1) prints `text` on standard
+    // error and exits with `code`.
+    void failRun(size_t n, const std::string& text, const std::string& code = "1")
+    {
+        std::ofstream(dir_ + "/fail-text") << text;
+        std::ofstream(dir_ + "/fail-code") << code;
+        std::ofstream(dir_ + "/fail-run") << n;
     }
 
     // The space-joined arguments of every run since the last clear(), in order.
