@@ -1,5 +1,8 @@
-// Owners of file descriptors: one descriptor (FdOwner) and the two ends of a pipe (PipeOwner).
+// Owners of file descriptors: one descriptor (FdOwner) and the two ends of a pipe (PipeOwner),
+// and the plain descriptor calls every layer repeats (whole writes, flags, closing a range).
 #pragma once
+
+#include <cstddef>
 
 namespace quelt {
 
@@ -46,5 +49,15 @@ public:
     // Closes both ends; throws SystemError "close" on failure.
     void close();
 };
+
+// Writes all `size` bytes of `data`, repeating on EINTR: true, or false with errno set.
+bool writeAll(int fd, const char* data, std::size_t size);
+
+// Adds O_NONBLOCK to the descriptor's status flags: true, or false with errno set.
+bool setNonBlocking(int fd);
+
+// Closes every descriptor from `first` to `last` (nothing when first > last): close_range, else
+// one by one up to the descriptor table size. Meant for a child before exec; errors are ignored.
+void closeRange(int first, int last);
 
 }  // namespace quelt
