@@ -152,20 +152,25 @@ std::vector<Setting> requiredSettings(const std::string& mailRoot, const MailUse
     return settings;
 }
 
-bool listHas(const MainCfManager& mainCf, const std::string& name, const std::string& item)
+// The words of a list value, split at spaces, tabs and commas as Postfix does; no empty ones.
+std::list<std::string> listWords(const std::string& text)
 {
-    // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
     std::list<std::string> words;
-    mainCf.getList(name, words);
-    words.remove("");
-    std::list<std::string> wanted;
     const std::string sep = " \t,";
-    for (std::size_t at = 0; at < item.size();) {
-        const std::size_t end = std::min(item.find_first_of(sep, at), item.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find_first_of(sep, at), text.size());
         if (end > at)
-            wanted.push_back(item.substr(at, end - at));
+            words.push_back(text.substr(at, end - at));
         at = end + 1;
     }
+    return words;
+}
+
+bool listHas(const std::string& value, const std::string& item)
+{
+    // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
+    const std::list<std::string> words = listWords(value);
+    const std::list<std::string> wanted = listWords(item);
     for (auto it = words.begin(); it != words.end(); ++it) {
         auto w = it;
         auto x = wanted.begin();
@@ -184,10 +189,10 @@ void ensureMainCf(const std::string& mailRoot, const MailUser& user, std::ostrea
     const MainCfManager& mainCf = MainCfManager::getInstance();
     for (const Setting& s : requiredSettings(mailRoot, &user)) {
         if (s.listItem) {
-            if (listHas(mainCf, s.name, s.value))
-                continue;
             // Start from what Postfix uses now, so that an inherited default keeps its items.
-            std::string current = mainCf.getStringValue(s.name, false);
+            const std::string current = mainCf.getStringValue(s.name, false);
+            if (listHas(current, s.value))
+                continue;
             mainCf.replaceStringValue(s.name, current.empty() ? s.value : current + ", " + s.value);
             out << "main.cf: added " << s.value << " to " << s.name << '\n';
         } else {
