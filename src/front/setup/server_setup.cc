@@ -2,7 +2,6 @@
 #include "front/setup/server_setup.h"
 
 #include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 #include "handlers/mail_handlers.h"
 #include "runtime/zvt_conf.h"
 #include "services/exec_cmd.h"
+#include "storage/popuser.h"
 #include "tables/database_helper.h"
 #include "tables/table_names.h"
 
@@ -31,7 +31,6 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr const char* kMailUser = "popuser";
 constexpr const char* kTablesDir = "/var/spool/postfix/quelt";
 
 const char* const kTables[] = {tables::kVirtualDomains, tables::kVirtual,          tables::kVmailbox,
@@ -44,16 +43,16 @@ struct MailUser {
 
 std::optional<MailUser> lookUpMailUser()
 {
-    const passwd* pw = ::getpwnam(kMailUser);
-    if (!pw)
+    MailUser user{};
+    if (!lookupMailOwner(user.uid, user.gid))
         return std::nullopt;
-    return MailUser{pw->pw_uid, pw->pw_gid};
+    return user;
 }
 
 std::string createUserCommand(const std::string& home)
 {
-    return std::string("groupadd --system ") + kMailUser + " && useradd --system --gid " + kMailUser +
-           " --home-dir " + home + " --no-create-home --shell /usr/sbin/nologin " + kMailUser;
+    return std::string("groupadd --system ") + kMailOwner + " && useradd --system --gid " + kMailOwner +
+           " --home-dir " + home + " --no-create-home --shell /usr/sbin/nologin " + kMailOwner;
 }
 
 MailUser ensureMailUser(const SetupOptions& options, const std::string& mailRoot, std::ostream& out, int& changes)
@@ -61,23 +60,23 @@ MailUser ensureMailUser(const SetupOptions& options, const std::string& mailRoot
     if (auto user = lookUpMailUser())
         return *user;
     if (options.missingUser == MissingUser::Fail)
-        throw std::runtime_error(std::string("the mail user ") + kMailUser +
+        throw std::runtime_error(std::string("the mail user ") + kMailOwner +
                                  " does not exist; create it with\n    " + createUserCommand(mailRoot) +
                                  "\nor run mailrig-setup --create-user");
-    if (!::getgrnam(kMailUser)) {
+    if (!::getgrnam(kMailOwner)) {
         ExecCmd groupadd("groupadd");
-        groupadd << "--system" << kMailUser;
+        groupadd << "--system" << kMailOwner;
         groupadd.exec();
     }
     ExecCmd useradd("useradd");
-    useradd << "--system" << "--gid" << kMailUser << "--home-dir" << mailRoot << "--no-create-home"
-            << "--shell" << "/usr/sbin/nologin" << kMailUser;
+    useradd << "--system" << "--gid" << kMailOwner << "--home-dir" << mailRoot << "--no-create-home"
+            << "--shell" << "/usr/sbin/nologin" << kMailOwner;
     useradd.exec();
-    out << "created the mail user " << kMailUser << '\n';
+    out << "created the mail user " << kMailOwner << '\n';
     ++changes;
     if (auto user = lookUpMailUser())
         return *user;
-    throw std::runtime_error(std::string("useradd did not create ") + kMailUser);
+    throw std::runtime_error(std::string("useradd did not create ") + kMailOwner);
 }
 
 // Creates `dir` (and its parents, which keep the defaults) with the owner and mode when missing;
