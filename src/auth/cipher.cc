@@ -200,18 +200,28 @@ std::optional<std::string> runCipher(EVP_CIPHER_CTX* ctx, const std::string& in,
     return out;
 }
 
+// Sets the context's IV from its Base64 text; false (errno EINVAL) when the text is not Base64
+// or holds fewer bytes than the cipher's IV.
+bool takeIv(CipherContext& entry, const std::string& ivText)
+{
+    const std::size_t ivLength = entry.ivLength();
+    const auto iv = b64_decode(ivText);
+    if (!iv || iv->size() < ivLength) {
+        errno = EINVAL;
+        return false;
+    }
+    std::memcpy(entry.iv.data(), iv->data(), ivLength);
+    return true;
+}
+
 std::optional<std::string> encryptWith(CipherContext& entry, const std::string& plain, const std::string& ivText)
 {
     if (!storeData(entry.plain, plain, "plain"))
         return std::nullopt;
     const std::size_t ivLength = entry.ivLength();
     if (!ivText.empty() && (entry.mode & kRandomIv)) {
-        const auto iv = b64_decode(ivText);
-        if (!iv || iv->size() < ivLength) {
-            errno = EINVAL;
+        if (!takeIv(entry, ivText))
             return std::nullopt;
-        }
-        std::memcpy(entry.iv.data(), iv->data(), ivLength);
     } else if (ivLength > 0 && RAND_bytes(entry.iv.data(), static_cast<int>(ivLength)) != 1) {
         return std::nullopt;
     }
@@ -257,15 +267,8 @@ std::optional<std::string> decryptStored(const std::string& text)
     CipherContext* entry = findContext(name);
     if (!entry)
         return std::nullopt;
-    const std::size_t ivLength = entry->ivLength();
-    if ((entry->mode & kRandomIv) && !ivText.empty()) {
-        const auto iv = b64_decode(ivText);
-        if (!iv || iv->size() < ivLength) {
-            errno = EINVAL;
-            return std::nullopt;
-        }
-        std::memcpy(entry->iv.data(), iv->data(), ivLength);
-    }
+    if ((entry->mode & kRandomIv) && !ivText.empty() && !takeIv(*entry, ivText))
+        return std::nullopt;
     const auto data = b64_decode(dataText);
     if (!data || !storeData(entry->encrypted, *data, "encrypted"))
         return std::nullopt;
