@@ -17,11 +17,6 @@ struct FileClose {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-struct ResultFree {
-    void operator()(MYSQL_RES* result) const { mysql_free_result(result); }
-};
-using MysqlResult = std::unique_ptr<MYSQL_RES, ResultFree>;
-
 // The handle to use: the caller's, or one opened here (kept in `own`, closed with it).
 MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
 {
