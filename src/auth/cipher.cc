@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "auth/base64.h"
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 
 namespace {
@@ -32,10 +33,6 @@ struct EvpCtxFree {
     void operator()(EVP_CIPHER_CTX* ctx) const { EVP_CIPHER_CTX_free(ctx); }
 };
 using EvpCtx = std::unique_ptr<EVP_CIPHER_CTX, EvpCtxFree>;
-
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // One cache entry. Its OpenSSL contexts are set up with the key on first use and afterwards
 // only given a new IV, so a run of passwords does not rebuild the cipher.
@@ -102,7 +99,7 @@ bool storeData(std::string& buffer, const std::string& data, const char* what)
 // Reads exactly `length` key bytes from `keyPath` into `out`; logs and returns false otherwise.
 bool readKey(const std::string& keyPath, unsigned char* out, std::size_t length)
 {
-    std::unique_ptr<std::FILE, FileClose> file(std::fopen(keyPath.c_str(), "rb"));
+    quelt::StdioFile file(std::fopen(keyPath.c_str(), "rb"));
     if (!file) {
         const int err = errno;
         quelt_log(LOG_ERR, "Can't read encryption key from '%s': %s (%d)", keyPath.c_str(), std::strerror(err),

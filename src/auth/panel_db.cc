@@ -9,13 +9,10 @@
 #include <cstring>
 
 #include "model/idn.h"
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 
 namespace {
-
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // The handle to use: the caller's, or one opened here (kept in `own`, closed with it).
 MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
@@ -38,7 +35,7 @@ MysqlHandle withoutErrorNumber(MysqlHandle handle)
 
 MysqlHandle quelt_db_connect_raw_ex(std::string& error)
 {
-    std::unique_ptr<std::FILE, FileClose> file(std::fopen(kPanelPasswordFile, "r"));
+    quelt::StdioFile file(std::fopen(kPanelPasswordFile, "r"));
     if (!file) {
         error = std::string("Unable to open admin password file: ") + std::strerror(errno);
         return nullptr;

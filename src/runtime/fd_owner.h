@@ -1,10 +1,18 @@
-// Owners of file descriptors: one descriptor (FdOwner) and the two ends of a pipe (PipeOwner),
-// and the plain descriptor calls every layer repeats (whole writes, flags, closing a range).
+// Owners of file descriptors: one descriptor (FdOwner), the two ends of a pipe (PipeOwner) and a
+// stdio stream (StdioFile), and the plain descriptor calls every layer repeats (whole writes, flags, closing a range).
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 
 namespace quelt {
+
+struct StdioClose {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+// Owns a stdio stream opened with fopen; fclose ends it.
+using StdioFile = std::unique_ptr<std::FILE, StdioClose>;
 
 // Holds a descriptor to use and, when it was handed over, the one to close (both -1 when
 // empty). A descriptor lent by a caller (`lend`) is used but never closed here.

@@ -11,15 +11,13 @@
 #include <memory>
 #include <string_view>
 
+#include "runtime/fd_owner.h"
 #include "runtime/lock_file.h"
 #include "runtime/log.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = quelt::StdioFile;
 
 // The replacement beside the file; removed unless it was renamed into place.
 class TmpBeside {
