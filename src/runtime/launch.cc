@@ -62,16 +62,15 @@ int moveAboveStdio(int fd, int target)
         ::_exit(1);
     } catch (const std::exception& e) {
         // The same last-resort report the program gives, on the streams the parent collects.
-        const std::string report = "Fatal error: " + quelt::demangledTypeName(typeid(e)) + "(" +
-                                   e.what() + ")\n";
+        const std::string report = quelt::fatalErrorText(e) + "\n";
         for (int fd : {2, 1})
             if (::write(fd, report.data(), report.size()) < 0)
                 break;
         ::_exit(1);
     } catch (...) {
-        static const char report[] = "UNSPECIFIED ERROR OCCURED\n";
+        const std::string report = std::string(quelt::kUntypedErrorText) + "\n";
         for (int fd : {2, 1})
-            if (::write(fd, report, sizeof report - 1) < 0)
+            if (::write(fd, report.data(), report.size()) < 0)
                 break;
         ::_exit(2);
     }
