@@ -6,13 +6,7 @@
 #include "handlers/mh_statement.h"
 #include "runtime/log.h"
 
-using quelt::mail::handlers::Binding;
-using quelt::mail::handlers::columnString;
-using quelt::mail::handlers::kOpenFailure;
-using quelt::mail::handlers::kOpenReadFailure;
-using quelt::mail::handlers::runStatement;
-using quelt::mail::handlers::runStatementOn;
-using quelt::mail::handlers::Session;
+using namespace quelt::mail::handlers;
 using quelt::sqlite::Statement;
 
 namespace {
