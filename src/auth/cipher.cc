@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "auth/base64.h"
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 
 namespace {
@@ -32,10 +33,6 @@ struct EvpCtxFree {
     void operator()(EVP_CIPHER_CTX* ctx) const { EVP_CIPHER_CTX_free(ctx); }
 };
 using EvpCtx = std::unique_ptr<EVP_CIPHER_CTX, EvpCtxFree>;
-
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // One cache entry. Its OpenSSL contexts are set up with the key on first use and afterwards
 // only given a new IV, so a run of passwords does not rebuild the cipher.
@@ -102,7 +99,7 @@ bool storeData(std::string& buffer, const std::string& data, const char* what)
 // Reads exactly `length` key bytes from `keyPath` into `out`; logs and returns false otherwise.
 bool readKey(const std::string& keyPath, unsigned char* out, std::size_t length)
 {
-    std::unique_ptr<std::FILE, FileClose> file(std::fopen(keyPath.c_str(), "rb"));
+    quelt::StdioFile file(std::fopen(keyPath.c_str(), "rb"));
     if (!file) {
         const int err = errno;
         quelt_log(LOG_ERR, "Can't read encryption key from '%s': %s (%d)", keyPath.c_str(), std::strerror(err),
@@ -200,18 +197,28 @@ std::optional<std::string> runCipher(EVP_CIPHER_CTX* ctx, const std::string& in,
     return out;
 }
 
+// Sets the context's IV from its Base64 text; false (errno EINVAL) when the text is not Base64
+// or holds fewer bytes than the cipher's IV.
+bool takeIv(CipherContext& entry, const std::string& ivText)
+{
+    const std::size_t ivLength = entry.ivLength();
+    const auto iv = b64_decode(ivText);
+    if (!iv || iv->size() < ivLength) {
+        errno = EINVAL;
+        return false;
+    }
+    std::memcpy(entry.iv.data(), iv->data(), ivLength);
+    return true;
+}
+
 std::optional<std::string> encryptWith(CipherContext& entry, const std::string& plain, const std::string& ivText)
 {
     if (!storeData(entry.plain, plain, "plain"))
         return std::nullopt;
     const std::size_t ivLength = entry.ivLength();
     if (!ivText.empty() && (entry.mode & kRandomIv)) {
-        const auto iv = b64_decode(ivText);
-        if (!iv || iv->size() < ivLength) {
-            errno = EINVAL;
+        if (!takeIv(entry, ivText))
             return std::nullopt;
-        }
-        std::memcpy(entry.iv.data(), iv->data(), ivLength);
     } else if (ivLength > 0 && RAND_bytes(entry.iv.data(), static_cast<int>(ivLength)) != 1) {
         return std::nullopt;
     }
@@ -257,15 +264,8 @@ std::optional<std::string> decryptStored(const std::string& text)
     CipherContext* entry = findContext(name);
     if (!entry)
         return std::nullopt;
-    const std::size_t ivLength = entry->ivLength();
-    if ((entry->mode & kRandomIv) && !ivText.empty()) {
-        const auto iv = b64_decode(ivText);
-        if (!iv || iv->size() < ivLength) {
-            errno = EINVAL;
-            return std::nullopt;
-        }
-        std::memcpy(entry->iv.data(), iv->data(), ivLength);
-    }
+    if ((entry->mode & kRandomIv) && !ivText.empty() && !takeIv(*entry, ivText))
+        return std::nullopt;
     const auto data = b64_decode(dataText);
     if (!data || !storeData(entry->encrypted, *data, "encrypted"))
         return std::nullopt;

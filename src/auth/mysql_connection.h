@@ -40,10 +40,7 @@ public:
     void clear() { result_.reset(); }
 
 private:
-    struct Free {
-        void operator()(MYSQL_RES* result) const { mysql_free_result(result); }
-    };
-    std::unique_ptr<MYSQL_RES, Free> result_;
+    MysqlResult result_;
 };
 
 // Markers written into a Connection: `fetch` runs the buffered query and yields its Result;

@@ -9,18 +9,10 @@
 #include <cstring>
 
 #include "model/idn.h"
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 
 namespace {
-
-struct FileClose {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-struct ResultFree {
-    void operator()(MYSQL_RES* result) const { mysql_free_result(result); }
-};
-using MysqlResult = std::unique_ptr<MYSQL_RES, ResultFree>;
 
 // The handle to use: the caller's, or one opened here (kept in `own`, closed with it).
 MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
@@ -31,11 +23,19 @@ MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
     return own.get();
 }
 
+// The handle, or null in its place when it carries an error number.
+MysqlHandle withoutErrorNumber(MysqlHandle handle)
+{
+    if (handle && mysql_errno(handle.get()) != 0)
+        return nullptr;
+    return handle;
+}
+
 }  // namespace
 
 MysqlHandle quelt_db_connect_raw_ex(std::string& error)
 {
-    std::unique_ptr<std::FILE, FileClose> file(std::fopen(kPanelPasswordFile, "r"));
+    quelt::StdioFile file(std::fopen(kPanelPasswordFile, "r"));
     if (!file) {
         error = std::string("Unable to open admin password file: ") + std::strerror(errno);
         return nullptr;
@@ -66,10 +66,7 @@ MysqlHandle quelt_db_connect_raw_ex(std::string& error)
 
 MysqlHandle quelt_db_connect_raw(std::string& error)
 {
-    MysqlHandle handle = quelt_db_connect_raw_ex(error);
-    if (handle && mysql_errno(handle.get()) != 0)
-        return nullptr;
-    return handle;
+    return withoutErrorNumber(quelt_db_connect_raw_ex(error));
 }
 
 MysqlHandle quelt_db_connect_ex(std::string& error)
@@ -90,10 +87,7 @@ MysqlHandle quelt_db_connect_ex(std::string& error)
 
 MysqlHandle quelt_db_connect(std::string& error)
 {
-    MysqlHandle handle = quelt_db_connect_ex(error);
-    if (handle && mysql_errno(handle.get()) != 0)
-        return nullptr;
-    return handle;
+    return withoutErrorNumber(quelt_db_connect_ex(error));
 }
 
 MysqlHandle db_connect_nothrow(std::string& error)
@@ -113,14 +107,10 @@ MysqlHandle db_connect()
 std::string mysql_real_escape_entity(MYSQL* handle, const std::string& text)
 {
     MysqlHandle own;
-    MYSQL* use = handle;
+    MYSQL* use = useOrConnect(handle, own);
     if (!use) {
-        own = db_connect();
-        use = own.get();
-        if (!use) {
-            quelt_log(LOG_ERR, "Unable to connect to mysql database for query escape");
-            std::exit(1);
-        }
+        quelt_log(LOG_ERR, "Unable to connect to mysql database for query escape");
+        std::exit(1);
     }
     std::string escaped(text.size() * 2 + 1, '\0');
     const unsigned long length = mysql_real_escape_string(use, &escaped[0], text.data(), text.size());
@@ -183,65 +173,55 @@ bool formatQuery(std::string& query, const char* format, const Args&... args)
     return true;
 }
 
-}  // namespace
-
-int get_domaliases_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
+// Runs a lookup formed around the escaped values into `list`: 0, or -1 when the query cannot be
+// formed (logged there) or fails, then logged as "<failure>: <subject>".
+template <class... Args>
+int lookup(MYSQL* handle, StringList& list, const char* failure, const std::string& subject, const char* format,
+           const Args&... escaped)
 {
-    const std::string escaped = mysql_real_escape_entity(handle, domain);
     std::string query;
-    if (!formatQuery(query, "SELECT da.name FROM domainaliases da JOIN domains d WHERE da.dom_id=d.id and d.name='%s'",
-                     escaped))
+    if (!formatQuery(query, format, escaped...))
         return -1;
     if (exec_mysql_query(handle, query, list) != 0) {
-        quelt_log(LOG_ERR, "Unable to get domain aliases from database for: %s", domain.c_str());
+        quelt_log(LOG_ERR, "%s: %s", failure, subject.c_str());
         return -1;
     }
     return 0;
 }
 
+}  // namespace
+
+int get_domaliases_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
+{
+    const std::string escaped = mysql_real_escape_entity(handle, domain);
+    return lookup(handle, list, "Unable to get domain aliases from database for", domain,
+                  "SELECT da.name FROM domainaliases da JOIN domains d WHERE da.dom_id=d.id and d.name='%s'", escaped);
+}
+
 int get_mailnames_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
 {
     const std::string escaped = mysql_real_escape_entity(handle, domain);
-    std::string query;
-    if (!formatQuery(query, "SELECT m.mail_name FROM mail m JOIN domains d WHERE m.dom_id=d.id AND d.name='%s'",
-                     escaped))
-        return -1;
-    if (exec_mysql_query(handle, query, list) != 0) {
-        quelt_log(LOG_ERR, "Unable to get mailnames from domain: %s", domain.c_str());
-        return -1;
-    }
-    return 0;
+    return lookup(handle, list, "Unable to get mailnames from domain", domain,
+                  "SELECT m.mail_name FROM mail m JOIN domains d WHERE m.dom_id=d.id AND d.name='%s'", escaped);
 }
 
 int get_aliases_by_mailname(MYSQL* handle, StringList& list, const std::string& mailname, const std::string& domain)
 {
     const std::string escapedMailname = mysql_real_escape_entity(handle, mailname);
     const std::string escapedDomain = mysql_real_escape_entity(handle, domain);
-    std::string query;
-    if (!formatQuery(query,
-                     "SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d WHERE ma.mn_id=m.id AND "
-                     "m.mail_name='%s' AND m.dom_id=d.id AND d.name='%s'",
-                     escapedMailname, escapedDomain))
-        return -1;
-    if (exec_mysql_query(handle, query, list) != 0) {
-        quelt_log(LOG_ERR, "Unable to get aliases for mailname: %s@%s", mailname.c_str(), domain.c_str());
-        return -1;
-    }
-    return 0;
+    return lookup(handle, list, "Unable to get aliases for mailname", mailname + "@" + domain,
+                  "SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d WHERE ma.mn_id=m.id AND "
+                  "m.mail_name='%s' AND m.dom_id=d.id AND d.name='%s'",
+                  escapedMailname, escapedDomain);
 }
 
 int get_domain_by_domainalias(MYSQL* handle, std::optional<std::string>& domain, const std::string& domainAlias)
 {
     const std::string escaped = mysql_real_escape_entity(handle, domainAlias);
-    std::string query;
-    if (!formatQuery(query, "SELECT d.name FROM domains d JOIN domainaliases da WHERE d.id=da.dom_id AND da.name='%s'",
-                     escaped))
-        return -1;
     StringList names;
-    if (exec_mysql_query(handle, query, names) != 0) {
-        quelt_log(LOG_ERR, "Unable to get domain by domainalias: %s", domainAlias.c_str());
+    if (lookup(handle, names, "Unable to get domain by domainalias", domainAlias,
+               "SELECT d.name FROM domains d JOIN domainaliases da WHERE d.id=da.dom_id AND da.name='%s'", escaped) != 0)
         return -1;
-    }
     if (names && !names->empty())
         domain = names->front();
     return 0;
@@ -250,14 +230,10 @@ int get_domain_by_domainalias(MYSQL* handle, std::optional<std::string>& domain,
 std::optional<std::string> get_dom_Limit(const std::string& domainId, const std::string& limitName, MYSQL* handle)
 {
     MysqlHandle own;
-    MYSQL* use = handle;
+    MYSQL* use = useOrConnect(handle, own);
     if (!use) {
-        own = db_connect();
-        use = own.get();
-        if (!use) {
-            messlog2(0, 0, "Unable to connect to the mysql database\n");
-            return std::nullopt;
-        }
+        messlog2(0, 0, "Unable to connect to the mysql database\n");
+        return std::nullopt;
     }
     char query[4096];
     std::snprintf(query, sizeof query,

@@ -15,6 +15,12 @@ struct MysqlClose {
 // Owns one client handle; closing it ends the connection.
 using MysqlHandle = std::unique_ptr<MYSQL, MysqlClose>;
 
+struct MysqlResultFree {
+    void operator()(MYSQL_RES* result) const { mysql_free_result(result); }
+};
+// Owns one stored result set.
+using MysqlResult = std::unique_ptr<MYSQL_RES, MysqlResultFree>;
+
 // Rows of a lookup, first column each. No rows give no list at all (nullopt), which callers
 // tell apart from an empty one.
 using StringList = std::optional<std::vector<std::string>>;

@@ -8,33 +8,48 @@
 
 namespace {
 
+using NameStep = std::function<bool(const std::string& name)>;
+
 bool none(const StringList& list)
 {
     return !list || list->empty();
+}
+
+// Runs `step` on each listed name in order: 0 when there is no list or it is empty, -1 at the
+// first step that fails (the step has logged why), 1 otherwise.
+int forEachName(const StringList& names, const NameStep& step)
+{
+    if (none(names))
+        return 0;
+    for (const auto& name : *names)
+        if (!step(name))
+            return -1;
+    return 1;
+}
+
+// Fetches the domain's aliases; a failed lookup is logged as "Unable to get <what> for domain <domain>".
+bool lookupDomainAliases(StringList& aliases, const std::string& domain, const char* what)
+{
+    if (get_domaliases_by_domain(nullptr, aliases, domain) == 0)
+        return true;
+    quelt_log(LOG_ERR, "Unable to get %s for domain %s", what, domain.c_str());
+    return false;
 }
 
 }  // namespace
 
 int rm_mname_from_domains(const std::string& mailname, const std::string& domain)
 {
-    if (mailAuthRemove(mailname, domain) != 0) {
-        quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), domain.c_str());
-        return -1;
-    }
+    const auto remove = [&](const std::string& name) {
+        if (mailAuthRemove(mailname, name) == 0)
+            return true;
+        quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), name.c_str());
+        return false;
+    };
     StringList aliases;
-    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
-        quelt_log(LOG_ERR, "Unable to get domain aliases for domain %s", domain.c_str());
+    if (!remove(domain) || !lookupDomainAliases(aliases, domain, "domain aliases"))
         return -1;
-    }
-    if (none(aliases))
-        return 0;
-    for (const auto& alias : *aliases) {
-        if (mailAuthRemove(mailname, alias) != 0) {
-            quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), alias.c_str());
-            return -1;
-        }
-    }
-    return 1;
+    return forEachName(aliases, remove);
 }
 
 int rm_mails_from_domains(const std::string& mailname, const std::string& domain)
@@ -43,24 +58,20 @@ int rm_mails_from_domains(const std::string& mailname, const std::string& domain
         quelt_log(LOG_ERR, "Unable to remove mailname %s@%s", mailname.c_str(), domain.c_str());
         return -1;
     }
-    if (rm_mname_from_domains(mailname, domain) < 0) {
+    const auto removeFromDomains = [&](const std::string& name) {
+        if (rm_mname_from_domains(name, domain) >= 0)
+            return true;
         quelt_log(LOG_ERR, "Unable to remove mailname from domain aliases");
+        return false;
+    };
+    if (!removeFromDomains(mailname))
         return -1;
-    }
     StringList mailAliases;
     if (get_aliases_by_mailname(nullptr, mailAliases, mailname, domain) != 0) {
         quelt_log(LOG_ERR, "Unable to get mail aliases for mailname %s@%s", mailname.c_str(), domain.c_str());
         return -1;
     }
-    if (none(mailAliases))
-        return 0;
-    for (const auto& alias : *mailAliases) {
-        if (rm_mname_from_domains(alias, domain) < 0) {
-            quelt_log(LOG_ERR, "Unable to remove mailname from domain aliases");
-            return -1;
-        }
-    }
-    return 1;
+    return forEachName(mailAliases, removeFromDomains);
 }
 
 int set_passwd_for_domains(const std::string& mailname, const std::string& domain,
@@ -71,32 +82,26 @@ int set_passwd_for_domains(const std::string& mailname, const std::string& domai
         return -1;
     }
     StringList aliases;
-    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
-        quelt_log(LOG_ERR, "Unable to get domain aliases for domain %s", domain.c_str());
+    if (!lookupDomainAliases(aliases, domain, "domain aliases"))
         return -1;
-    }
-    if (none(aliases))
-        return 0;
-    for (const auto& alias : *aliases)
-        if (set_postbox_passwd(mailname, alias, password, flags) != 0)
-            return -1;
-    return 1;
+    // A failure on an alias is left to the password database's own message.
+    return forEachName(aliases, [&](const std::string& alias) {
+        return set_postbox_passwd(mailname, alias, password, flags) == 0;
+    });
 }
 
 int set_mass_postbox_passwd(const std::string& mailname, const std::string& domain,
                             const std::optional<std::string>& password, int flags)
 {
-    if (set_passwd_for_domains(mailname, domain, password, flags) < 0)
+    const auto setForDomains = [&](const std::string& name) {
+        return set_passwd_for_domains(name, domain, password, flags) >= 0;
+    };
+    if (!setForDomains(mailname))
         return -1;
     StringList mailAliases;
     if (get_aliases_by_mailname(nullptr, mailAliases, mailname, domain) != 0)
         return -1;
-    if (none(mailAliases))
-        return 0;
-    for (const auto& alias : *mailAliases)
-        if (set_passwd_for_domains(alias, domain, password, flags) < 0)
-            return -1;
-    return 1;
+    return forEachName(mailAliases, setForDomains);
 }
 
 int domain_auth_action(const std::string& domain, const DomainAuthAction& action, const std::string& actionWords)
@@ -106,19 +111,14 @@ int domain_auth_action(const std::string& domain, const DomainAuthAction& action
         return -1;
     }
     StringList aliases;
-    if (get_domaliases_by_domain(nullptr, aliases, domain) != 0) {
-        quelt_log(LOG_ERR, "Unable to get aliases for domain %s", domain.c_str());
+    if (!lookupDomainAliases(aliases, domain, "aliases"))
         return -1;
-    }
-    if (none(aliases))
-        return 0;
-    for (const auto& alias : *aliases) {
-        if (action(alias) != 0) {
-            quelt_log(LOG_ERR, "Unable to %s for domain alias %s", actionWords.c_str(), alias.c_str());
-            return -1;
-        }
-    }
-    return 1;
+    return forEachName(aliases, [&](const std::string& alias) {
+        if (action(alias) == 0)
+            return true;
+        quelt_log(LOG_ERR, "Unable to %s for domain alias %s", actionWords.c_str(), alias.c_str());
+        return false;
+    });
 }
 
 int add_domain_auth_alias(const std::string& domain, const std::string& domainAlias)

@@ -4,16 +4,11 @@
 #include "auth/passwd_db.h"
 #include "auth/passwd_db_session.h"
 
-namespace {
-
-using quelt::mail::authdb::Access;
-using quelt::mail::authdb::bound;
-using quelt::mail::authdb::CipherOp;
-using quelt::mail::authdb::openDatabase;
-using quelt::mail::authdb::passwordCipher;
-using quelt::mail::authdb::prepareStatement;
+using namespace quelt::mail::authdb;
 using quelt::sqlite::Database;
 using quelt::sqlite::Statement;
+
+namespace {
 
 const char* const kUserSelection =
     "SELECT u.name || '@' || d.name as mailAddress, u.userPassword AS password, u.cmusaslsecretPLAIN AS "

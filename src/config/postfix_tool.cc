@@ -5,27 +5,21 @@
 
 namespace quelt::mail::postfix {
 
-namespace {
-
-constexpr int kPipe = -4;
-
-}  // namespace
-
 int runTool(const std::vector<std::string>& args, std::string& diagnostics,
             const process::Provider* input, const process::Receiver* output)
 {
     process::StageParameters stage;
     stage.args = args;
-    stage.stderrDisposition = kPipe;
+    stage.stderrDisposition = process::NewPipe;
     stage.stderrReceiver = process::makeStringReceiver(diagnostics);
 
     process::Pipe pipe;
     if (input) {
-        pipe.stdinFd = kPipe;
+        pipe.stdinFd = process::NewPipe;
         pipe.stdinProvider = *input;
     }
     if (output) {
-        pipe.stdoutDisposition = kPipe;
+        pipe.stdoutDisposition = process::NewPipe;
         pipe.stdoutReceiver = *output;
     }
     pipe.append(stage);

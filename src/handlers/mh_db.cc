@@ -7,13 +7,10 @@
 #include "handlers/mh_statement.h"
 #include "runtime/log.h"
 
-using quelt::mail::handlers::Binding;
-using quelt::mail::handlers::runStatement;
-using quelt::mail::handlers::Session;
+using namespace quelt::mail::handlers;
+using quelt::sqlite::Statement;
 
 namespace {
-
-const char* const kOpenFailure = "Unable to open database %s: %s";
 
 const char* const kCreateSchema =
     "BEGIN TRANSACTION;CREATE TABLE handlers (queue INTEGER, type INTEGER, enabled BOOLEAN, priority INTEGER, "
@@ -59,11 +56,9 @@ int setEnabled(quelt::sqlite::Database* given, mh_data& record, int enabled)
 // A one-parameter DELETE by address or by name.
 int removeWhere(quelt::sqlite::Database* given, const char* sql, const std::string& value)
 {
-    Session session(given, kOpenFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(session.db(), sql, {Binding::string("Unable to bind parameter param to query: %s", value)},
-                        "Unable to execute do action on handlers database: %s");
+    return runStatementOn(given, kOpenFailure, sql,
+                          {Binding::string("Unable to bind parameter param to query: %s", value)},
+                          "Unable to execute do action on handlers database: %s");
 }
 
 }  // namespace
@@ -82,11 +77,8 @@ int mh_db_add(quelt::sqlite::Database* given, mh_data& record)
     if (!record.context)
         record.context = std::string("none");
 
-    Session session(given, kOpenFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(
-        session.db(),
+    return runStatementOn(
+        given, kOpenFailure,
         "INSERT OR REPLACE INTO handlers(priority, name, type, address, queue, executable, context, enabled) "
         "VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
         {Binding::integer("Unable to bind parameter 'priority' to the 'INSERT' query: %s", record.priority),
@@ -144,22 +136,16 @@ int mh_db_remove_name(quelt::sqlite::Database* db, const std::string& name)
 
 int mh_db_switch_by_name(quelt::sqlite::Database* given, const std::string& name, int enabled)
 {
-    Session session(given, kOpenFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(session.db(), "UPDATE OR REPLACE handlers SET enabled=? WHERE name=?",
-                        {Binding::integer("Unable to bind parameter 'enabled' to the 'UPDATE' query: %s", enabled),
-                         Binding::string("Unable to bind parameter 'name' to the 'UPDATE' query: %s", name)},
-                        "Unable to execute update record into handlers database: %s");
+    return runStatementOn(given, kOpenFailure, "UPDATE OR REPLACE handlers SET enabled=? WHERE name=?",
+                          {Binding::integer("Unable to bind parameter 'enabled' to the 'UPDATE' query: %s", enabled),
+                           Binding::string("Unable to bind parameter 'name' to the 'UPDATE' query: %s", name)},
+                          "Unable to execute update record into handlers database: %s");
 }
 
 int mh_db_move_addr(quelt::sqlite::Database* given, const std::string& oldAddress, const std::string& newAddress)
 {
-    Session session(given, kOpenFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(
-        session.db(), "UPDATE OR REPLACE handlers SET address=? WHERE address=?",
+    return runStatementOn(
+        given, kOpenFailure, "UPDATE OR REPLACE handlers SET address=? WHERE address=?",
         {Binding::string("Unable to bind parameter new 'address' to the 'UPDATE' query: %s", newAddress),
          Binding::string("Unable to bind parameter old 'address' to the 'UPDATE' query: %s", oldAddress)},
         "Unable to execute update record into handlers database: %s");

@@ -6,16 +6,11 @@
 #include "handlers/mh_statement.h"
 #include "runtime/log.h"
 
-using quelt::mail::handlers::Binding;
-using quelt::mail::handlers::columnString;
-using quelt::mail::handlers::runStatement;
-using quelt::mail::handlers::Session;
+using namespace quelt::mail::handlers;
 using quelt::sqlite::Statement;
 
 namespace {
 
-const char* const kOpenFailure = "Unable to open database %s: %s";
-const char* const kOpenReadFailure = "Unable to open database(readonly) %s: %s";
 const char* const kSelectFailure = "Unable to select data from handlers database: %s";
 const char* const kBindSelectAddress = "Unable to bind parameter 'address' to the 'SELECT' query: %s";
 const char* const kSaveFailure = "Unable to save the data from SELECT query";
@@ -84,11 +79,8 @@ int collectClones(quelt::sqlite::Database& db, mh_list& list, const std::optiona
 
 int mh_db_select_by_name(quelt::sqlite::Database* given, mh_list& list, const std::string& domain)
 {
-    Session session(given, kOpenReadFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(
-        session.db(),
+    return runStatementOn(
+        given, kOpenReadFailure,
         "SELECT priority, type, queue, name, address, executable, context, enabled FROM handlers "
         "WHERE address LIKE '%' || ? || '%'",
         {Binding::string(kBindSelectAddress, domain)}, kSelectFailure, [&](Statement& row) {
@@ -188,11 +180,8 @@ int mh_db_select(quelt::sqlite::Database* given, mh_list& list, const mh_data& q
         address->resize(kSelectAddressMax);
     }
 
-    Session session(given, kOpenReadFailure);
-    if (!session.ok())
-        return -1;
-    return runStatement(
-        session.db(),
+    return runStatementOn(
+        given, kOpenReadFailure,
         "SELECT executable, context, name FROM handlers WHERE queue=? AND type=? AND enabled=? AND address=? "
         "ORDER BY priority DESC",
         {Binding::integer("Unable to bind parameter 'queue' to the 'SELECT' query: %s", query.queue),

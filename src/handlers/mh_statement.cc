@@ -50,6 +50,16 @@ int runStatement(sqlite::Database& db, const char* sql, std::initializer_list<Bi
     return 0;
 }
 
+int runStatementOn(sqlite::Database* given, const char* openFailure, const char* sql,
+                   std::initializer_list<Binding> params, const char* stepFailure,
+                   const std::function<int(sqlite::Statement&)>& onRow)
+{
+    Session session(given, openFailure);
+    if (!session.ok())
+        return -1;
+    return runStatement(session.db(), sql, params, stepFailure, onRow);
+}
+
 std::optional<std::string> columnString(const sqlite::Statement& statement, int index)
 {
     const char* text = statement.columnText(index);

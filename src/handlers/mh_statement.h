@@ -11,6 +11,11 @@
 
 namespace quelt::mail::handlers {
 
+// What a failed open of the handlers file logs, with its path and SQLite's text; the read-only
+// wording belongs to the lookups, which open the file read-write all the same.
+inline constexpr const char* kOpenFailure = "Unable to open database %s: %s";
+inline constexpr const char* kOpenReadFailure = "Unable to open database(readonly) %s: %s";
+
 // The caller's connection, or the handlers file opened read-write for this scope.
 class Session {
 public:
@@ -47,6 +52,12 @@ struct Binding {
 // (which may be empty). A failed step logs `stepFailure` with SQLite's text. Returns 0 or -1.
 int runStatement(sqlite::Database& db, const char* sql, std::initializer_list<Binding> params,
                  const char* stepFailure, const std::function<int(sqlite::Statement&)>& onRow = {});
+
+// runStatement on the caller's connection, or on the handlers file opened for this one statement
+// (a failed open logs `openFailure` and gives -1).
+int runStatementOn(sqlite::Database* given, const char* openFailure, const char* sql,
+                   std::initializer_list<Binding> params, const char* stepFailure,
+                   const std::function<int(sqlite::Statement&)>& onRow = {});
 
 // A column as an optional string (NULL is absent).
 std::optional<std::string> columnString(const sqlite::Statement& statement, int index);

@@ -24,22 +24,6 @@ ssize_t readRetrying(int fd, char* buffer, std::size_t size)
     return n;
 }
 
-// Writes all of the block: true, or false with errno.
-bool writeAll(int fd, const char* data, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        data += n;
-        size -= static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
 }  // namespace
 
 int copy_file(const std::string& source, const std::string& destination)
@@ -73,7 +57,7 @@ int copy_file(const std::string& source, const std::string& destination)
     char block[4096];
     ssize_t n;
     while ((n = readRetrying(in.get(), block, sizeof block)) > 0) {
-        if (!writeAll(out.get(), block, static_cast<std::size_t>(n))) {
+        if (!quelt::writeAll(out.get(), block, static_cast<std::size_t>(n))) {
             messlog2(0, 0, "Unable to copy file %s to %s: %s\n", source.c_str(), destination.c_str(),
                      std::strerror(errno));
             return 1;
@@ -123,7 +107,7 @@ void copy_file_atomic(const std::string& source, const std::string& destination,
     char block[4096];
     ssize_t n;
     while ((n = readRetrying(in.get(), block, sizeof block)) > 0)
-        if (!writeAll(out.get(), block, static_cast<std::size_t>(n)))
+        if (!quelt::writeAll(out.get(), block, static_cast<std::size_t>(n)))
             fail("copy_file_atomic(%s -> %s): write failed");
     if (n < 0)
         fail("copy_file_atomic(%s -> %s): write failed");

@@ -1,4 +1,4 @@
-// Readable C++ type names for error reports.
+// Readable C++ type names for error reports, and the last-resort report of an exception.
 #include "runtime/demangle.h"
 
 #include <cxxabi.h>
@@ -17,6 +17,11 @@ std::string demangledTypeName(const std::type_info& type)
     if (status == 0 && name)
         return name.get();
     return mangled[0] == '*' ? mangled + 1 : mangled;
+}
+
+std::string fatalErrorText(const std::exception& e)
+{
+    return "Fatal error: " + demangledTypeName(typeid(e)) + "(" + e.what() + ")";
 }
 
 }  // namespace quelt

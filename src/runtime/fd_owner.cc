@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -99,6 +100,37 @@ void PipeOwner::close()
         throwSystemError("close", saved);
     if (w != 0)
         throwSystemError("close");
+}
+
+bool writeAll(int fd, const char* data, std::size_t size)
+{
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return false;
+        }
+        data += n;
+        size -= static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool setNonBlocking(int fd)
+{
+    const int flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) >= 0;
+}
+
+void closeRange(int first, int last)
+{
+    if (first > last)
+        return;
+    if (::close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0)
+        return;
+    for (int fd = first, end = std::min(last, ::getdtablesize() - 1); fd <= end; ++fd)
+        ::close(fd);
 }
 
 }  // namespace quelt

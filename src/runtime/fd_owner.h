@@ -1,7 +1,18 @@
-// Owners of file descriptors: one descriptor (FdOwner) and the two ends of a pipe (PipeOwner).
+// Owners of file descriptors: one descriptor (FdOwner), the two ends of a pipe (PipeOwner) and a
+// stdio stream (StdioFile), and the plain descriptor calls every layer repeats (whole writes, flags, closing a range).
 #pragma once
 
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+
 namespace quelt {
+
+struct StdioClose {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+// Owns a stdio stream opened with fopen; fclose ends it.
+using StdioFile = std::unique_ptr<std::FILE, StdioClose>;
 
 // Holds a descriptor to use and, when it was handed over, the one to close (both -1 when
 // empty). A descriptor lent by a caller (`lend`) is used but never closed here.
@@ -46,5 +57,15 @@ public:
     // Closes both ends; throws SystemError "close" on failure.
     void close();
 };
+
+// Writes all `size` bytes of `data`, repeating on EINTR: true, or false with errno set.
+bool writeAll(int fd, const char* data, std::size_t size);
+
+// Adds O_NONBLOCK to the descriptor's status flags: true, or false with errno set.
+bool setNonBlocking(int fd);
+
+// Closes every descriptor from `first` to `last` (nothing when first > last): close_range, else
+// one by one up to the descriptor table size. Meant for a child before exec; errors are ignored.
+void closeRange(int first, int last);
 
 }  // namespace quelt

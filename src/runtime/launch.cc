@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,14 +23,6 @@
 #include "runtime/signals.h"
 
 namespace {
-
-void closeFrom(int first)
-{
-    if (::close_range(static_cast<unsigned>(first), ~0U, 0) == 0)
-        return;
-    for (int fd = first, end = ::getdtablesize(); fd < end; ++fd)
-        ::close(fd);
-}
 
 // A pipe end numbered 0, 1 or 2 would be overwritten by an earlier dup2 onto its number.
 int moveAboveStdio(int fd, int target)
@@ -53,7 +46,7 @@ int moveAboveStdio(int fd, int target)
         dup2Custom(in, 0);
         dup2Custom(out, 1);
         dup2Custom(err, 2);
-        closeFrom(3);
+        quelt::closeRange(3, INT_MAX);
         if (!user.empty()) {
             uid_t uid = 0;
             gid_t gid = 0;
@@ -69,16 +62,15 @@ int moveAboveStdio(int fd, int target)
         ::_exit(1);
     } catch (const std::exception& e) {
         // The same last-resort report the program gives, on the streams the parent collects.
-        const std::string report = "Fatal error: " + quelt::demangledTypeName(typeid(e)) + "(" +
-                                   e.what() + ")\n";
+        const std::string report = quelt::fatalErrorText(e) + "\n";
         for (int fd : {2, 1})
             if (::write(fd, report.data(), report.size()) < 0)
                 break;
         ::_exit(1);
     } catch (...) {
-        static const char report[] = "UNSPECIFIED ERROR OCCURED\n";
+        const std::string report = std::string(quelt::kUntypedErrorText) + "\n";
         for (int fd : {2, 1})
-            if (::write(fd, report, sizeof report - 1) < 0)
+            if (::write(fd, report.data(), report.size()) < 0)
                 break;
         ::_exit(2);
     }
@@ -93,10 +85,9 @@ void openPipe(quelt::PipeOwner& pipe)
     pipe.write.reset(fds[1]);
 }
 
-void setNonBlocking(int fd)
+void setNonBlockingOrDie(int fd)
 {
-    const int flags = ::fcntl(fd, F_GETFL);
-    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)
+    if (!quelt::setNonBlocking(fd))
         messlog2(1, 0, "forkExecvGetOutErr: fcntl(O_NONBLOCK) failed");
 }
 
@@ -268,9 +259,9 @@ int forkExecvGetInOutErrSuidEnv(const std::string& in, std::string& out, std::st
     openPipe(input);
     openPipe(output);
     openPipe(error);
-    setNonBlocking(input.write.get());
-    setNonBlocking(output.read.get());
-    setNonBlocking(error.read.get());
+    setNonBlockingOrDie(input.write.get());
+    setNonBlockingOrDie(output.read.get());
+    setNonBlockingOrDie(error.read.get());
 
     const pid_t pid = forkExecvPipes(input.read.get(), output.write.get(), error.write.get(),
                                      path, args, user, env);

@@ -11,15 +11,13 @@
 #include <memory>
 #include <string_view>
 
+#include "runtime/fd_owner.h"
 #include "runtime/lock_file.h"
 #include "runtime/log.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = quelt::StdioFile;
 
 // The replacement beside the file; removed unless it was renamed into place.
 class TmpBeside {
@@ -105,6 +103,25 @@ void writeOrDie(const void* data, std::size_t size, std::FILE* out, const std::s
         messlog2(1, 0, "cannot write a line to %s.tmp", path.c_str());
 }
 
+// Ends a copy of `path` (read through `in`) into `tmp` (written through `out`): closes both and
+// renames the copy over the file. A read error, a failed close or a failed rename (reported as
+// "<renameFailure> <tmp>: <why>") gives 1 and leaves the file as it was; otherwise 0.
+int replaceWithCopy(File& in, File& out, TmpBeside& tmp, const std::string& path, const char* renameFailure)
+{
+    if (std::ferror(in.get())) {
+        // A short read must not replace the file with its first half.
+        messlog2(0, 0, "Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
+        return 1;
+    }
+    if (!closeOrSay(in, path) || !closeOrSay(out, tmp.path()))
+        return 1;
+    if (!tmp.renameOver(path)) {
+        messlog2(0, 0, "%s %s: %s\n", renameFailure, tmp.path().c_str(), std::strerror(errno));
+        return 1;
+    }
+    return 0;
+}
+
 // Copies `path` into its temporary file without the lines `drop` selects, then renames.
 int rewriteWithout(const std::string& path, const std::function<bool(std::string_view)>& drop)
 {
@@ -120,18 +137,7 @@ int rewriteWithout(const std::string& path, const std::function<bool(std::string
     while (reader.next(line))
         if (!drop(withoutNewline(line)))
             writeOrDie(line.data(), line.size(), out.get(), path);
-    if (std::ferror(in.get())) {
-        // A short read must not replace the file with its first half.
-        messlog2(0, 0, "Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
-        return 1;
-    }
-    if (!closeOrSay(in, path) || !closeOrSay(out, tmp.path()))
-        return 1;
-    if (!tmp.renameOver(path)) {
-        messlog2(0, 0, "Error while rename file %s: %s\n", tmp.path().c_str(), std::strerror(errno));
-        return 1;
-    }
-    return 0;
+    return replaceWithCopy(in, out, tmp, path, "Error while rename file");
 }
 
 int addAtFront(const std::string& path, const std::vector<std::string>& lines)
@@ -149,17 +155,7 @@ int addAtFront(const std::string& path, const std::vector<std::string>& lines)
     std::size_t n;
     while ((n = std::fread(block, 1, sizeof block, in.get())) > 0)
         writeOrDie(block, n, out.get(), path);
-    if (std::ferror(in.get())) {
-        messlog2(0, 0, "Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
-        return 1;
-    }
-    if (!closeOrSay(in, path) || !closeOrSay(out, tmp.path()))
-        return 1;
-    if (!tmp.renameOver(path)) {
-        messlog2(0, 0, "Unable to rename file %s: %s\n", tmp.path().c_str(), std::strerror(errno));
-        return 1;
-    }
-    return 0;
+    return replaceWithCopy(in, out, tmp, path, "Unable to rename file");
 }
 
 int addAtBack(const std::string& path, const std::vector<std::string>& lines)

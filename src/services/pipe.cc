@@ -1,7 +1,6 @@
 // Pipelines of child processes, run synchronously with their streams served by one select loop.
 #include "services/pipe.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/select.h>
 #include <sys/wait.h>
@@ -44,10 +43,9 @@ StageParameters effective(const StageParameters& stage, const PipeFlags& pipe)
     return p;
 }
 
-void setNonBlocking(int fd)
+void setNonBlockingOrThrow(int fd)
 {
-    const int flags = ::fcntl(fd, F_GETFL);
-    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0)
+    if (!setNonBlocking(fd))
         throwSystemError("fcntl");
 }
 
@@ -214,7 +212,7 @@ int Pipe::run()
         blocker.release();
         input = std::move(launched.front()->stdinFd());
         if (input.valid())
-            setNonBlocking(input.get());
+            setNonBlockingOrThrow(input.get());
 
         std::vector<Channel> channels;
         if (launched.back()->stdoutFd().valid())
@@ -223,7 +221,7 @@ int Pipe::run()
             if (launched[i]->stderrFd().valid())
                 channels.push_back({&launched[i]->stderrFd(), &stages[i].stderrReceiver});
         for (const auto& channel : channels)
-            setNonBlocking(channel.fd->get());
+            setNonBlockingOrThrow(channel.fd->get());
 
         // A stage that stops reading its input must give us EPIPE, not end the process.
         SignalIgnorer noSigpipe(SIGPIPE);

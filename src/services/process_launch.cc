@@ -22,20 +22,6 @@ namespace quelt::process {
 
 namespace {
 
-void writeRetrying(int fd, const char* data, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return;  // the parent will see the exit status alone
-        }
-        data += n;
-        size -= static_cast<std::size_t>(n);
-    }
-}
-
 int openRetrying(const char* path, int flags)
 {
     int fd;
@@ -79,14 +65,6 @@ void prepare(int code, bool input, const char* name, FdOwner& child, FdOwner& pa
 void closeAllBut(int keep, int limit)
 {
     const int saved = errno;
-    auto closeRange = [](int first, int last) {
-        if (first > last)
-            return;
-        if (::close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0)
-            return;
-        for (int fd = first; fd <= last; ++fd)
-            ::close(fd);
-    };
     if (keep >= 3 && keep < limit) {
         closeRange(3, keep - 1);
         closeRange(keep + 1, limit - 1);
@@ -187,10 +165,11 @@ void writeException(int fd, const std::string& type, const std::string& message)
 {
     if (fd < 0)
         return;
-    writeRetrying(fd, "ET: ", 4);
-    writeRetrying(fd, type.c_str(), type.size() + 1);
-    writeRetrying(fd, "EM: ", 4);
-    writeRetrying(fd, message.c_str(), message.size() + 1);
+    // A failed write is not reported: the parent will see the exit status alone.
+    writeAll(fd, "ET: ", 4);
+    writeAll(fd, type.c_str(), type.size() + 1);
+    writeAll(fd, "EM: ", 4);
+    writeAll(fd, message.c_str(), message.size() + 1);
 }
 
 ProcessLaunch::ProcessLaunch(char* const* argv, const std::string& path, const std::string& cwd,
@@ -233,7 +212,7 @@ ProcessLaunch::ProcessLaunch(char* const* argv, const std::string& path, const s
             writeException(control, "SystemError", e.message());
             char record[47];
             const int n = std::snprintf(record, sizeof record, "EC: %d", e.code());
-            writeRetrying(control, record, static_cast<std::size_t>(n) + 1);
+            writeAll(control, record, static_cast<std::size_t>(n) + 1);
             ::_exit(kChildSystemError);
         } catch (const std::runtime_error& e) {
             writeException(control, "std::runtime_error", e.what());

@@ -33,6 +33,10 @@ struct MaildirppQuota {
 // ':' or the end of the name), or nothing.
 std::optional<unsigned long long> maildir_name_size(const char* name);
 
+// Whether a directory entry of a Maildir names one of its Maildir++ folders: ".x", not "..x",
+// not "." itself, and not ".Trash", whose mail is not counted.
+bool is_maildirpp_folder_name(const char* name);
+
 // Scans the Maildir that is the working directory: new/ and cur/ and those of its folders
 // (".x" names, not "..x", not ".Trash"). Unreadable folders count as empty.
 MaildirppUsage scan_maildirpp_usage();

@@ -15,6 +15,18 @@ namespace fs = boost::filesystem;
 
 namespace quelt::mail {
 
+namespace {
+
+// The domain quota functions report success as 1; anything else throws FSError(what) with the
+// domain-relative root and error number 0.
+void requireDomainDone(int result, const char* what, const std::string& domain)
+{
+    if (result != 1)
+        throw FSError(what, MaildirManager::getDomainRelativeRoot(domain), 0);
+}
+
+}  // namespace
+
 MaildirManager& MaildirManager::getInstance()
 {
     return MaildirPPManager::getInstance();
@@ -69,26 +81,22 @@ void MaildirPPManager::removeMailboxQuota(const std::string& domain, const std::
 
 void MaildirPPManager::setDomainQuota(const std::string& domain, long long quota)
 {
-    if (store_domain_quota(domain, quota) != 1)
-        throw FSError("unable to store domain quota", getDomainRelativeRoot(domain), 0);
+    requireDomainDone(store_domain_quota(domain, quota), "unable to store domain quota", domain);
 }
 
 void MaildirPPManager::removeDomainQuota(const std::string& domain)
 {
-    if (rm_domain_quota(domain) != 1)
-        throw FSError("unable to remove domain quota", getDomainRelativeRoot(domain), 0);
+    requireDomainDone(rm_domain_quota(domain), "unable to remove domain quota", domain);
 }
 
 void MaildirPPManager::setDefaultMailboxQuota(const std::string& domain, long long quota)
 {
-    if (store_default_mbox_quota(domain, quota) != 1)
-        throw FSError("unable to store default mbox quota", getDomainRelativeRoot(domain), 0);
+    requireDomainDone(store_default_mbox_quota(domain, quota), "unable to store default mbox quota", domain);
 }
 
 void MaildirPPManager::removeDefaultMailboxQuota(const std::string& domain)
 {
-    if (rm_default_mbox_quota(domain) != 1)
-        throw FSError("unable to remove default mbox quota", getDomainRelativeRoot(domain), 0);
+    requireDomainDone(rm_default_mbox_quota(domain), "unable to remove default mbox quota", domain);
 }
 
 }  // namespace quelt::mail

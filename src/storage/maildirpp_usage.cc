@@ -178,6 +178,11 @@ std::optional<unsigned long long> maildir_name_size(const char* name)
     return std::nullopt;
 }
 
+bool is_maildirpp_folder_name(const char* name)
+{
+    return name[0] == '.' && name[1] != '\0' && name[1] != '.' && std::strcmp(name, ".Trash") != 0;
+}
+
 MaildirppUsage scan_maildirpp_usage()
 {
     MaildirppUsage usage;
@@ -188,8 +193,7 @@ MaildirppUsage scan_maildirpp_usage()
         return usage;
     while (struct dirent* entry = maildir.next()) {
         const char* name = entry->d_name;
-        if (entry->d_type != DT_DIR || name[0] != '.' || name[1] == '\0' || name[1] == '.' ||
-            std::strcmp(name, ".Trash") == 0)
+        if (entry->d_type != DT_DIR || !is_maildirpp_folder_name(name))
             continue;
         if (std::strlen(name) + sizeof("/maildirfolder") > kPathBuffer)
             continue;

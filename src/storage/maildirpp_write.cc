@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 
 #include "runtime/fd_owner.h"
@@ -160,7 +159,7 @@ bool changedSinceScan(std::time_t reference)
     }
     while (struct dirent* entry = maildir.next()) {
         const char* name = entry->d_name;
-        if (name[0] != '.' || name[1] == '\0' || name[1] == '.' || std::strcmp(name, ".Trash") == 0)
+        if (!is_maildirpp_folder_name(name))
             continue;
         if (entry->d_type != DT_DIR) {
             struct stat st;

@@ -29,8 +29,6 @@ int dispatch(const CommandTable& table, int argc, char* argv[])
 
 int do_main(int argc, char* argv[])
 {
-    if (argc < 2)
-        wrongUsage("no command specified");
     return dispatch(buildCommandTable(), argc, argv);
 }
 

@@ -11,14 +11,14 @@ namespace quelt {
 
 void reportException(const std::exception& e)
 {
-    uerr << "Fatal error: " << demangledTypeName(typeid(e)) << "(" << e.what() << ")" << std::endl;
+    uerr << fatalErrorText(e) << std::endl;
     if (const auto* traceback = dynamic_cast<const Traceback*>(&e))
         uerr << *traceback << std::flush;
 }
 
 void reportUntypedException()
 {
-    uerr << "UNSPECIFIED ERROR OCCURED" << std::endl;
+    uerr << kUntypedErrorText << std::endl;
 }
 
 int runReportingExceptions(const std::function<int()>& body)

@@ -2,7 +2,6 @@
 #include "front/setup/server_setup.h"
 
 #include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 #include "handlers/mail_handlers.h"
 #include "runtime/zvt_conf.h"
 #include "services/exec_cmd.h"
+#include "storage/popuser.h"
 #include "tables/database_helper.h"
 #include "tables/table_names.h"
 
@@ -31,7 +31,6 @@ namespace fs = boost::filesystem;
 
 namespace {
 
-constexpr const char* kMailUser = "popuser";
 constexpr const char* kTablesDir = "/var/spool/postfix/quelt";
 
 const char* const kTables[] = {tables::kVirtualDomains, tables::kVirtual,          tables::kVmailbox,
@@ -44,16 +43,16 @@ struct MailUser {
 
 std::optional<MailUser> lookUpMailUser()
 {
-    const passwd* pw = ::getpwnam(kMailUser);
-    if (!pw)
+    MailUser user{};
+    if (!lookupMailOwner(user.uid, user.gid))
         return std::nullopt;
-    return MailUser{pw->pw_uid, pw->pw_gid};
+    return user;
 }
 
 std::string createUserCommand(const std::string& home)
 {
-    return std::string("groupadd --system ") + kMailUser + " && useradd --system --gid " + kMailUser +
-           " --home-dir " + home + " --no-create-home --shell /usr/sbin/nologin " + kMailUser;
+    return std::string("groupadd --system ") + kMailOwner + " && useradd --system --gid " + kMailOwner +
+           " --home-dir " + home + " --no-create-home --shell /usr/sbin/nologin " + kMailOwner;
 }
 
 MailUser ensureMailUser(const SetupOptions& options, const std::string& mailRoot, std::ostream& out, int& changes)
@@ -61,23 +60,23 @@ MailUser ensureMailUser(const SetupOptions& options, const std::string& mailRoot
     if (auto user = lookUpMailUser())
         return *user;
     if (options.missingUser == MissingUser::Fail)
-        throw std::runtime_error(std::string("the mail user ") + kMailUser +
+        throw std::runtime_error(std::string("the mail user ") + kMailOwner +
                                  " does not exist; create it with\n    " + createUserCommand(mailRoot) +
                                  "\nor run mailrig-setup --create-user");
-    if (!::getgrnam(kMailUser)) {
+    if (!::getgrnam(kMailOwner)) {
         ExecCmd groupadd("groupadd");
-        groupadd << "--system" << kMailUser;
+        groupadd << "--system" << kMailOwner;
         groupadd.exec();
     }
     ExecCmd useradd("useradd");
-    useradd << "--system" << "--gid" << kMailUser << "--home-dir" << mailRoot << "--no-create-home"
-            << "--shell" << "/usr/sbin/nologin" << kMailUser;
+    useradd << "--system" << "--gid" << kMailOwner << "--home-dir" << mailRoot << "--no-create-home"
+            << "--shell" << "/usr/sbin/nologin" << kMailOwner;
     useradd.exec();
-    out << "created the mail user " << kMailUser << '\n';
+    out << "created the mail user " << kMailOwner << '\n';
     ++changes;
     if (auto user = lookUpMailUser())
         return *user;
-    throw std::runtime_error(std::string("useradd did not create ") + kMailUser);
+    throw std::runtime_error(std::string("useradd did not create ") + kMailOwner);
 }
 
 // Creates `dir` (and its parents, which keep the defaults) with the owner and mode when missing;
@@ -152,20 +151,25 @@ std::vector<Setting> requiredSettings(const std::string& mailRoot, const MailUse
     return settings;
 }
 
-bool listHas(const MainCfManager& mainCf, const std::string& name, const std::string& item)
+// The words of a list value, split at spaces, tabs and commas as Postfix does; no empty ones.
+std::list<std::string> listWords(const std::string& text)
 {
-    // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
     std::list<std::string> words;
-    mainCf.getList(name, words);
-    words.remove("");
-    std::list<std::string> wanted;
     const std::string sep = " \t,";
-    for (std::size_t at = 0; at < item.size();) {
-        const std::size_t end = std::min(item.find_first_of(sep, at), item.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find_first_of(sep, at), text.size());
         if (end > at)
-            wanted.push_back(item.substr(at, end - at));
+            words.push_back(text.substr(at, end - at));
         at = end + 1;
     }
+    return words;
+}
+
+bool listHas(const std::string& value, const std::string& item)
+{
+    // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
+    const std::list<std::string> words = listWords(value);
+    const std::list<std::string> wanted = listWords(item);
     for (auto it = words.begin(); it != words.end(); ++it) {
         auto w = it;
         auto x = wanted.begin();
@@ -184,10 +188,10 @@ void ensureMainCf(const std::string& mailRoot, const MailUser& user, std::ostrea
     const MainCfManager& mainCf = MainCfManager::getInstance();
     for (const Setting& s : requiredSettings(mailRoot, &user)) {
         if (s.listItem) {
-            if (listHas(mainCf, s.name, s.value))
-                continue;
             // Start from what Postfix uses now, so that an inherited default keeps its items.
-            std::string current = mainCf.getStringValue(s.name, false);
+            const std::string current = mainCf.getStringValue(s.name, false);
+            if (listHas(current, s.value))
+                continue;
             mainCf.replaceStringValue(s.name, current.empty() ? s.value : current + ", " + s.value);
             out << "main.cf: added " << s.value << " to " << s.name << '\n';
         } else {
