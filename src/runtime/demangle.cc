@@ -8,14 +8,21 @@
 
 namespace quelt {
 
+std::optional<std::string> demangle(const std::string& mangled)
+{
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> name(
+        abi::__cxa_demangle(mangled.c_str(), nullptr, nullptr, &status), &std::free);
+    if (status != 0 || !name)
+        return std::nullopt;
+    return std::string(name.get());
+}
+
 std::string demangledTypeName(const std::type_info& type)
 {
     const char* mangled = type.name();
-    int status = 0;
-    std::unique_ptr<char, decltype(&std::free)> name(
-        abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
-    if (status == 0 && name)
-        return name.get();
+    if (auto name = demangle(mangled))
+        return *name;
     return mangled[0] == '*' ? mangled + 1 : mangled;
 }
 

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <exception>
+#include <optional>
 #include <string>
 #include <typeinfo>
 
 namespace quelt {
+
+// The demangled form of a mangled symbol name, or nothing when it is not one.
+std::optional<std::string> demangle(const std::string& mangled);
 
 // The demangled name of `type` ("quelt::SystemError"); the raw name when demangling fails.
 std::string demangledTypeName(const std::type_info& type);

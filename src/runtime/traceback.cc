@@ -1,12 +1,12 @@
 // A recorded call stack, printed with demangled symbol names.
 #include "runtime/traceback.h"
 
-#include <cxxabi.h>
+#include "runtime/demangle.h"
+
 #include <execinfo.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 
 namespace quelt {
@@ -52,13 +52,10 @@ std::string demangleLine(const std::string& line)
     const auto plus = line.find('+', open + 1);
     if (plus == std::string::npos)
         return line;
-    const std::string mangled = line.substr(open + 1, plus - open - 1);
-    int status = 0;
-    std::unique_ptr<char, decltype(&std::free)> name(
-        abi::__cxa_demangle(mangled.c_str(), nullptr, nullptr, &status), &std::free);
-    if (status != 0 || !name)
+    const auto name = demangle(line.substr(open + 1, plus - open - 1));
+    if (!name)
         return line;
-    return line.substr(0, open + 1) + name.get() + line.substr(plus);
+    return line.substr(0, open + 1) + *name + line.substr(plus);
 }
 
 }  // namespace
