@@ -259,11 +259,8 @@ TEST_F(HandlersDb, FailuresAreLoggedOnceAndReturnMinusOne)
     const std::string ro = "Unable to open database(readonly) " + missing + ": unable to open database file";
     const std::vector<std::tuple<const char*, std::function<int()>, std::string>> cases = {
         {"add", [&] { return mh_db_add(nullptr, record); }, rw},
-        {"enable", [&] { return mh_db_enable(nullptr, record); }, rw},
         {"remove_all", [&] { return mh_db_remove_all(nullptr, "ex.com"); }, ro},
         {"clone", [&] { return mh_db_clone(nullptr, std::nullopt, "ex.com", std::nullopt, "ex.org"); }, rw},
-        {"switch_by_addr", [&] { return mh_db_switch_by_addr(nullptr, "ex.com", 1); }, rw},
-        {"select_by_name", [&] { return mh_db_select_by_name(nullptr, list, "ex.com"); }, ro},
         {"select", [&] { return mh_db_select(nullptr, list, record); }, ro},
         {"do", [&] { return mh_db_do(list, nullptr, mh_db_add); }, rw},
     };
