@@ -180,14 +180,10 @@ TEST_F(MaildirManagerTest, RenamesMoveTreesButNeverOntoExistingOnes)
     EXPECT_THROW(manager.renameDomainRoot("example.com", "example.net"), fs::filesystem_error);
 }
 
-TEST(FSErrorTest, MessageNamesTheOperationTheErrorAndThePaths)
+TEST(FSErrorTest, MessageNamesTheOperationTheErrorAndBothPaths)
 {
-    using quelt::mail::FSError;
-    EXPECT_STREQ(FSError("chown", "/var/qmail/mailnames/a", EPERM).what(),
-                 "chown: Operation not permitted: \"/var/qmail/mailnames/a\"");
-    EXPECT_STREQ(FSError("rename", "/x/a", "/x/b", ENOENT).what(), "rename: No such file or directory: \"/x/a\", \"/x/b\"");
-    EXPECT_STREQ(FSError("unable to store domain quota", "example.com", 0).what(),
-                 "unable to store domain quota: Success: \"example.com\"");
+    EXPECT_STREQ(quelt::mail::FSError("rename", "/x/a", "/x/b", ENOENT).what(),
+                 "rename: No such file or directory: \"/x/a\", \"/x/b\"");
 }
 
 TEST(MaildirOwnerTest, MissingPopuserFailsBeforeTouchingTheDisk)

@@ -140,23 +140,14 @@ TEST(ParseMaildirsizeTest, TrustsOnlyWellFormedFiles)
         long long bytes;
         unsigned long long count;
     } cases[] = {
-        {"1000S,5C\n" + kEmptyUsage, true, 1000, 5, 0, 0},
-        {"1000S\n  10 1\n", true, 1000, 0, 10, 1},
-        {"1000\n", true, 1000, 0, 0, 0},
-        {"1000,3C\n", true, 1000, 3, 0, 0},
-        {"\n   50 2\n", true, 0, 0, 50, 2},
-        {"", true, 0, 0, 0, 0},
-        {"100S,0C\n  50 2\n  -20 -1\n   7 1\n", true, 100, 0, 37, 2},
-        {"100S,0C\n  50 2", false, 100, 0, 50, 0},
-        {"100S,0C", false, 100, 0, 0, 0},
-        {"100S,0C\nabc\n", false, 100, 0, 0, 0},
-        {"100S,0C\n50\n", false, 100, 0, 0, 0},
-        {"100S,0C\n50 2 3\n", false, 100, 0, 0, 0},
-        {"100S,0C\n\n", false, 100, 0, 0, 0},
-        {"-5S,0C\n  10 1\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100X\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100S,C\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100S,5\n", false, kNoBytes, kNoCount, 0, 0},
+        {"1000S,5C\n" + kEmptyUsage, true, 1000, 5, 0, 0}, {"1000S\n  10 1\n", true, 1000, 0, 10, 1},
+        {"1000\n", true, 1000, 0, 0, 0}, {"1000,3C\n", true, 1000, 3, 0, 0}, {"\n   50 2\n", true, 0, 0, 50, 2},
+        {"", true, 0, 0, 0, 0}, {"100S,0C\n  50 2\n  -20 -1\n   7 1\n", true, 100, 0, 37, 2},
+        {"100S,0C\n  50 2", false, 100, 0, 50, 0}, {"100S,0C", false, 100, 0, 0, 0},
+        {"100S,0C\nabc\n", false, 100, 0, 0, 0}, {"100S,0C\n50\n", false, 100, 0, 0, 0},
+        {"100S,0C\n50 2 3\n", false, 100, 0, 0, 0}, {"100S,0C\n\n", false, 100, 0, 0, 0},
+        {"-5S,0C\n  10 1\n", false, kNoBytes, kNoCount, 0, 0}, {"100X\n", false, kNoBytes, kNoCount, 0, 0},
+        {"100S,C\n", false, kNoBytes, kNoCount, 0, 0}, {"100S,5\n", false, kNoBytes, kNoCount, 0, 0},
         {"99999999999999999999S\n", false, kNoBytes, kNoCount, 0, 0},
     };
     for (const auto& c : cases) {
@@ -205,12 +196,9 @@ TEST_F(MaildirppTest, OverQuotaComparesUsagePlusTheNewMessage)
         unsigned long long addCount;
         int over;
     } cases[] = {
-        {"1000S,0C\n  900 3\n", 100, 1, 0},
-        {"1000S,0C\n  900 3\n", 101, 1, 1},
-        {"1000S,4C\n  900 3\n", 10, 1, 0},
-        {"1000S,4C\n  900 3\n", 10, 2, 1},
-        {"0S,0C\n  900000 30000\n", 1 << 30, 1, 0},
-        {"1000S,0C\n  -500 1\n", 1000, 1, 0},
+        {"1000S,0C\n  900 3\n", 100, 1, 0}, {"1000S,0C\n  900 3\n", 101, 1, 1},
+        {"1000S,4C\n  900 3\n", 10, 1, 0}, {"1000S,4C\n  900 3\n", 10, 2, 1},
+        {"0S,0C\n  900000 30000\n", 1 << 30, 1, 0}, {"1000S,0C\n  -500 1\n", 1000, 1, 0},
         {"1000S,0C\n  -500 1\n", 1001, 1, 1},
         {"1000S,0C\n  900 3", 500, 1, 0},  // untrusted: no strict answer, not over
     };
