@@ -78,15 +78,6 @@ TEST(Dispatch, EscapingExceptionsAreReportedOnBothStreams)
     }
 }
 
-TEST(Dispatch, UnknownWordIsAnInvalidCommand)
-{
-    const auto r = runTable({"--four"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err.rfind("Error: invalid command --four\nUsage: mailrig <COMMAND> <COMMAND OPTIONS...>\n", 0), 0u)
-        << r.err;
-    EXPECT_EQ(r.out, "");
-}
-
 TEST(PasswordLocation, StartsOnTheQmailLayoutAndIgnoresUnknownStyles)
 {
     const auto r = runInChild([] {
