@@ -5,12 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <memory>
 
-#include "support/capture.h"
 #include "auth/base64.h"
 #include "key_files.h"
+#include "support/capture.h"
 
 namespace {
 
@@ -18,17 +16,9 @@ namespace {
 std::string opensslEncrypt(const TempDir& dir, const std::string& plain, const std::string& key,
                            const std::string& iv, bool noPad)
 {
-    const std::string input = dir.file("plain.bin");
-    writeFile(input, plain);
-    const std::string command = "openssl enc -aes-256-cbc -base64 -A " + std::string(noPad ? "-nopad " : "") +
-                                "-K " + hex(key) + " -iv " + hex(iv) + " -in " + input;
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-    std::string out;
-    char buf[512];
-    std::size_t n;
-    while (pipe && (n = std::fread(buf, 1, sizeof buf, pipe.get())) > 0)
-        out.append(buf, n);
-    return out;
+    writeFile(dir.file("plain.bin"), plain);
+    return shellOutput("openssl enc -aes-256-cbc -base64 -A " + std::string(noPad ? "-nopad " : "") + "-K " +
+                       hex(key) + " -iv " + hex(iv) + " -in " + dir.file("plain.bin"));
 }
 
 // The three pieces of "$name$iv$data".
@@ -46,30 +36,22 @@ class CipherTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        keyPath_ = dir_.file("key");
-        writeFile(keyPath_, fixedKey(7));
-        ASSERT_TRUE(mail_aes_init(keyPath_));
+        writeFile(dir_.file("key"), fixedKey(7));
+        ASSERT_TRUE(mail_aes_init(dir_.file("key")));
     }
     void TearDown() override { mail_aes_cleanup(); }
 
     TempDir dir_;
-    std::string keyPath_;
 };
 
-TEST(Base64, Rfc4648Vectors)
+TEST(Base64, EncodesByTheAlphabetAndRefusesMalformedText)
 {
     const std::pair<std::string, std::string> cases[] = {
-        {"", ""},         {"f", "Zg=="},         {"fo", "Zm8="},         {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {std::string("\0\xff\x10", 3), "AP8Q"},
-    };
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foobar", "Zm9vYmFy"}, {std::string("\0\xff\x10", 3), "AP8Q"}};
     for (const auto& [bytes, text] : cases) {
         EXPECT_EQ(b64_encode(bytes), text) << bytes;
         EXPECT_EQ(b64_decode(text), std::optional<std::string>(bytes)) << text;
     }
-}
-
-TEST(Base64, MalformedTextIsRefused)
-{
     for (const char* text : {"Zg=", "Z===", "Zg=a", "Zm9v\n", "Zm9", "Zm!v", "=Zm9"})
         EXPECT_FALSE(b64_decode(text)) << text;
 }
@@ -84,34 +66,20 @@ TEST_F(CipherTest, StoredFormDecryptsBackAndDiffersEachTime)
         EXPECT_TRUE(is_encrypted_with_mail_aes(text.c_str())) << text;
         const Stored parts = split(text);
         EXPECT_EQ(parts.name, "AES-256-CBC:PKCS");
-        EXPECT_EQ(parts.iv.size(), 24u) << text;
-        EXPECT_EQ(parts.iv.substr(22), "==") << text;
+        EXPECT_EQ(b64_decode(parts.iv).value_or("").size(), 16u) << text;
         EXPECT_EQ(mail_aes_decrypt(text.c_str()), std::optional<std::string>("s3cret pass")) << text;
     }
 }
 
-TEST_F(CipherTest, CiphertextLengthFollowsPkcsPadding)
-{
-    for (std::size_t length : {0u, 1u, 15u, 16u, 17u, 31u, 32u, 100u}) {
-        const std::string plain(length, 'p');
-        const auto text = mail_aes_encrypt(plain);
-        ASSERT_TRUE(text) << length;
-        const auto data = b64_decode(split(*text).data);
-        ASSERT_TRUE(data) << *text;
-        EXPECT_EQ(data->size(), 16 * (length / 16 + 1)) << length;
-        EXPECT_EQ(mail_aes_decrypt(text->c_str()), std::optional<std::string>(plain)) << length;
-    }
-}
-
-TEST_F(CipherTest, FixedIvMatchesOpensslCommand)
+TEST_F(CipherTest, FixedIvMatchesOpensslCommandAndDecryptsBack)
 {
     const std::string iv = "0123456789abcdef";
-    for (const std::string plain : {"", "x", "password", "exactly16bytes!!", "a longer password with blanks"}) {
+    for (const std::string plain : {"", "x", "password", "exactly16bytes!!", "a longer password with blanks, 33"}) {
         const auto text = quelt_cipher_crypt(plain, "$AES-256-CBC:PKCS$" + b64_encode(iv));
         ASSERT_TRUE(text) << plain;
-        EXPECT_EQ(*text, "$AES-256-CBC:PKCS$" + b64_encode(iv) + "$" +
-                             opensslEncrypt(dir_, plain, fixedKey(7), iv, false))
+        EXPECT_EQ(*text, "$AES-256-CBC:PKCS$" + b64_encode(iv) + "$" + opensslEncrypt(dir_, plain, fixedKey(7), iv, false))
             << plain;
+        EXPECT_EQ(mail_aes_decrypt(text->c_str()), std::optional<std::string>(plain)) << plain;
     }
 }
 
@@ -131,7 +99,7 @@ TEST(CipherZeroPadding, MatchesOpensslOnZeroFilledBlocks)
     quelt_cipher_cleanup("AES-256-CBC");
 }
 
-TEST_F(CipherTest, ForeignOrNullTextIsRefusedWithEinval)
+TEST_F(CipherTest, ForeignDamagedOrWronglyKeyedTextDoesNotDecrypt)
 {
     for (const char* text : {static_cast<const char*>(nullptr), "plain", "$AES-128-CBC:PKCS$abc$def", ""}) {
         errno = 0;
@@ -139,10 +107,7 @@ TEST_F(CipherTest, ForeignOrNullTextIsRefusedWithEinval)
         EXPECT_EQ(errno, EINVAL) << (text ? text : "(null)");
     }
     EXPECT_FALSE(is_encrypted_with_mail_aes("$AES-256-CBC:PKC$"));
-}
 
-TEST_F(CipherTest, ShortIvOrDamagedTextDoesNotDecrypt)
-{
     const auto text = mail_aes_encrypt("pw");
     ASSERT_TRUE(text);
     const Stored parts = split(*text);
@@ -150,41 +115,32 @@ TEST_F(CipherTest, ShortIvOrDamagedTextDoesNotDecrypt)
     EXPECT_FALSE(mail_aes_decrypt(("$AES-256-CBC:PKCS$" + b64_encode("short") + "$" + parts.data).c_str()));
     EXPECT_EQ(errno, EINVAL);
     EXPECT_FALSE(mail_aes_decrypt(("$AES-256-CBC:PKCS$" + parts.iv + "$not base64!").c_str()));
+
+    mail_aes_cleanup();
+    writeFile(dir_.file("other"), fixedKey(8));
+    ASSERT_TRUE(mail_aes_init(dir_.file("other")));
+    EXPECT_NE(mail_aes_decrypt(text->c_str()), std::optional<std::string>("pw"));
 }
 
-TEST(CipherKeys, WrongKeyDoesNotDecrypt)
+TEST(CipherKeys, ShortOrMissingKeyFileOrUnknownCipherFailsWithMessages)
 {
     TempDir dir;
-    writeFile(dir.file("a"), fixedKey(1));
-    writeFile(dir.file("b"), fixedKey(2));
-    ASSERT_TRUE(mail_aes_init(dir.file("a")));
-    const auto text = quelt_cipher_crypt("password", "$AES-256-CBC:PKCS$" + b64_encode(std::string(16, '\1')));
-    mail_aes_cleanup();
-    ASSERT_TRUE(text);
-    ASSERT_TRUE(mail_aes_init(dir.file("b")));
-    EXPECT_FALSE(mail_aes_decrypt(text->c_str()));
-    mail_aes_cleanup();
-}
-
-TEST(CipherKeys, ShortOrMissingKeyFileFailsWithMessages)
-{
-    TempDir dir;
-    const std::string shortKey = dir.file("short");
+    const std::string shortKey = dir.file("short"), missing = dir.file("missing");
     writeFile(shortKey, std::string(31, 'k'));
-    const std::string missing = dir.file("missing");
     const std::pair<std::string, std::string> cases[] = {
         {shortKey, "Failed to read entire encryption key from '" + shortKey + "': Success (0)\n"},
         {missing, "Can't read encryption key from '" + missing + "': No such file or directory (2)\n"},
     };
-    for (const auto& [path, first] : cases) {
-        CaptureFd err(2);
-        EXPECT_FALSE(mail_aes_init(path)) << path;
-        err.restore();
-        EXPECT_EQ(err.text(), first + "Failed to initialize encryption cipher 'AES-256-CBC:PKCS' with key '" + path +
-                                  "'\n")
-            << path;
-    }
+    for (const auto& [path, first] : cases)
+        EXPECT_EQ(stderrOf([&] { EXPECT_FALSE(mail_aes_init(path)) << path; }),
+                  first + "Failed to initialize encryption cipher 'AES-256-CBC:PKCS' with key '" + path + "'\n");
     EXPECT_FALSE(mail_aes_encrypt("pw")) << "no context may be left behind";
+
+    writeFile(dir.file("key"), fixedKey(0));
+    for (const std::string& name : {std::string("NO-SUCH-CIPHER:PKCS"), std::string(32, 'A')})
+        EXPECT_EQ(stderrOf([&] { EXPECT_FALSE(quelt_cipher_init(name, dir.file("key"))) << name; }),
+                  "Unknown encryption cipher: '" + name + "'\nFailed to initialize encryption cipher '" + name +
+                      "' with key '" + dir.file("key") + "'\n");
 }
 
 TEST(CipherContexts, ReferencesKeepTheContextUntilTheLastCleanup)
@@ -192,34 +148,13 @@ TEST(CipherContexts, ReferencesKeepTheContextUntilTheLastCleanup)
     TempDir dir;
     writeFile(dir.file("key"), fixedKey(9) + "bytes beyond the key are ignored");
     ASSERT_TRUE(mail_aes_init(dir.file("key")));
-    // A second init neither reads the key again nor fails on a path that is not there.
-    ASSERT_TRUE(mail_aes_init(dir.file("missing")));
+    ASSERT_TRUE(mail_aes_init(dir.file("missing"))) << "a second init reads no key";
     mail_aes_cleanup();
-    const auto text = mail_aes_encrypt("still usable");
-    ASSERT_TRUE(text);
-    EXPECT_EQ(mail_aes_decrypt(text->c_str()), std::optional<std::string>("still usable"));
+    EXPECT_TRUE(mail_aes_encrypt("still usable"));
     mail_aes_cleanup();
     EXPECT_FALSE(mail_aes_encrypt("gone"));
-
-    CaptureFd err(2);
-    mail_aes_cleanup();
-    err.restore();
-    EXPECT_EQ(err.text(), "Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A programming error?\n");
-}
-
-TEST(CipherContexts, UnknownOrOverlongCipherNameIsRefused)
-{
-    TempDir dir;
-    writeFile(dir.file("key"), fixedKey(0));
-    const std::string overlong(32, 'A');
-    for (const std::string& name : {std::string("NO-SUCH-CIPHER:PKCS"), overlong}) {
-        CaptureFd err(2);
-        EXPECT_FALSE(quelt_cipher_init(name, dir.file("key"))) << name;
-        err.restore();
-        EXPECT_EQ(err.text(), "Unknown encryption cipher: '" + name + "'\nFailed to initialize encryption cipher '" +
-                                  name + "' with key '" + dir.file("key") + "'\n")
-            << name;
-    }
+    EXPECT_EQ(stderrOf([] { mail_aes_cleanup(); }),
+              "Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A programming error?\n");
 }
 
 TEST(CipherKeys, GeneratedKeysAreFreshAndNeedRoom)

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
-#include <cstdlib>
-#include <fstream>
 #include <string>
+
+#include "support/io.h"
 
 // A fresh folder under the system temporary folder, removed with everything in it.
 class TempDir {
@@ -20,17 +20,11 @@ public:
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 
-    const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
 
 private:
     std::string path_;
 };
-
-inline void writeFile(const std::string& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 // 32 fixed key bytes: 0x00 + seed, 0x01 + seed, ...
 inline std::string fixedKey(unsigned char seed)

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <boost/filesystem.hpp>
-#include <fstream>
 
 #include "support/capture.h"
 #include "auth/cipher.h"
@@ -33,12 +32,6 @@ std::string postfixGid()
     return postfix ? std::to_string(postfix->pw_gid) : "no postfix user";
 }
 
-std::string readAll(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 TEST(PasswdDbInit, PostfixStyleOwnersModesAndAFreshKey)
 {
     ASSERT_EQ(mailAuthDBInitStyle(1), 0);
@@ -46,7 +39,7 @@ TEST(PasswdDbInit, PostfixStyleOwnersModesAndAFreshKey)
     EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt"), "postfix:" + postfixGid() + " 0770");
     EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt/passwd.db"), "postfix:0 0460");
     EXPECT_EQ(ownerAndMode("/var/spool/postfix/quelt/passwd_db_key"), "postfix:0 0440");
-    const std::string firstKey = readAll("/var/spool/postfix/quelt/passwd_db_key");
+    const std::string firstKey = readFile("/var/spool/postfix/quelt/passwd_db_key");
     EXPECT_EQ(firstKey.size(), 32u);
     EXPECT_EQ(rows(mailAuthDBPath(), "SELECT type, name FROM sqlite_master WHERE name NOT LIKE 'sqlite%' ORDER BY name"),
               (std::vector<std::string>{"table|domains", "index|domains_name", "trigger|fkd_users_domains_id",
@@ -65,7 +58,7 @@ TEST(PasswdDbInit, PostfixStyleOwnersModesAndAFreshKey)
     // Again: an empty database and another key.
     ASSERT_EQ(mailAuthDBInitStyle(1), 0);
     EXPECT_EQ(rows(mailAuthDBPath(), "SELECT count(*) FROM users"), std::vector<std::string>{"0"});
-    EXPECT_NE(readAll("/var/spool/postfix/quelt/passwd_db_key"), firstKey);
+    EXPECT_NE(readFile("/var/spool/postfix/quelt/passwd_db_key"), firstKey);
 }
 
 TEST(PasswdDbInit, QmailStyleCreatesMissingFoldersForRoot)
@@ -82,7 +75,7 @@ TEST(PasswdDbInit, QmailStyleCreatesMissingFoldersForRoot)
 void writeFeatureReport(const std::string& lines)
 {
     boost::filesystem::create_directories("/usr/local/zvt/admin/sbin");
-    std::ofstream("/usr/local/zvt/admin/sbin/mailrig") << "#!/bin/sh\ncat <<'END'\n" << lines << "END\n";
+    writeFile("/usr/local/zvt/admin/sbin/mailrig", "#!/bin/sh\ncat <<'END'\n" + lines + "END\n");
     ::chmod("/usr/local/zvt/admin/sbin/mailrig", 0755);
 }
 
@@ -101,10 +94,7 @@ TEST(PasswdDbDetect, StyleFromTheFeatureReport)
     }
 
     writeFeatureReport("$features['SMTP_Server'] = \"exim\";\n$features['SMTP_Server'] = nothing\n");
-    CaptureFd err(2);
-    EXPECT_EQ(mailAuthDBDetectStyle(), -1);
-    err.restore();
-    EXPECT_EQ(err.text(), "Unknown server style \"exim\", skipped\n"
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(mailAuthDBDetectStyle(), -1); }), "Unknown server style \"exim\", skipped\n"
                           "Unparseable line \"$features['SMTP_Server'] = nothing\", skipped\n"
                           "Unable to determine mail server type from ``mailrig --features''\n");
 }

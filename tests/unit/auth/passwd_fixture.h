@@ -11,25 +11,7 @@
 #include "auth/passwd_db.h"
 #include "auth/sqlite_db.h"
 #include "key_files.h"
-
-// Every row of `sql` as "col|col|..." with NULL for null columns.
-inline std::vector<std::string> rows(const std::string& dbPath, const std::string& sql)
-{
-    quelt::sqlite::Database db;
-    quelt::sqlite::Statement st;
-    std::vector<std::string> out;
-    if (db.open(dbPath, SQLITE_OPEN_READONLY) != SQLITE_OK || st.prepare(db, sql) != SQLITE_OK)
-        return {"query failed: " + sql};
-    while (st.step() == SQLITE_ROW) {
-        std::string row;
-        for (int i = 0; i < sqlite3_column_count(st.get()); ++i) {
-            const char* text = st.columnText(i);
-            row += (i ? "|" : "") + std::string(text ? text : "NULL");
-        }
-        out.push_back(row);
-    }
-    return out;
-}
+#include "support/sqlite_rows.h"
 
 class PasswdDbFixture : public ::testing::Test {
 protected:

@@ -9,6 +9,7 @@
 
 #include "config/main_cf_manager.h"
 #include "runtime/errors.h"
+#include "support/capture.h"
 #include "support/tool_spy.h"
 
 namespace pf = quelt::mail::postfix;
@@ -141,15 +142,14 @@ TEST_F(MainCf, FailuresCarryPostconfsText)
     };
     for (const auto& c : cases) {
         spy_->failWhen(c.glob, c.text, c.code);
-        try {
-            if (c.write)
-                cf.replaceStringValue("smtpd_banner", "x");
-            else
-                cf.getStringValue("myhostname", false);
-            ADD_FAILURE() << "no exception for " << c.glob << " " << c.code;
-        } catch (const pf::PostfixConfigurationError& e) {
-            EXPECT_EQ(std::string(e.what()), c.want) << c.glob << " " << c.code;
-        }
+        EXPECT_EQ(thrownWhat<pf::PostfixConfigurationError>([&] {
+                      if (c.write)
+                          cf.replaceStringValue("smtpd_banner", "x");
+                      else
+                          cf.getStringValue("myhostname", false);
+                  }),
+                  c.want)
+            << c.glob << " " << c.code;
     }
     // Warnings with an empty value are a legitimate empty value.
     spy_->failWhen("-h *", "postconf: warning: x: unknown parameter\n", "0");

@@ -94,15 +94,6 @@ TEST(Report, AnExceptionCarryingATracebackPrintsItAfterTheLine)
     EXPECT_NE(r.err.find("runInChild"), std::string::npos) << r.err;
 }
 
-TEST(Dispatch, UnknownWordIsAnInvalidCommand)
-{
-    const auto r = runTable({"--four"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err.rfind("Error: invalid command --four\nUsage: mailrig <COMMAND> <COMMAND OPTIONS...>\n", 0), 0u)
-        << r.err;
-    EXPECT_EQ(r.out, "");
-}
-
 TEST(PasswordLocation, StartsOnTheQmailLayoutAndIgnoresUnknownStyles)
 {
     const auto r = runInChild([] {

@@ -31,27 +31,22 @@ TEST(Idn, ConvertsNonAsciiNamesBothWays)
 
 TEST(Idn, FailuresCarryLibidnsCodeAndText)
 {
+    const auto failure = [](const std::string& name) {
+        try {
+            quelt::idn::toAscii(name);
+        } catch (const IdnaError& e) {
+            return std::to_string(e.code()) + " " + e.what();
+        }
+        return std::string("converted");
+    };
     const std::string tooLong = std::string(70, 'a') + "ü.com";
-    try {
-        quelt::idn::toAscii(tooLong);
-        FAIL() << "a 71-character label converted";
-    } catch (const IdnaError& e) {
-        EXPECT_EQ(e.code(), 5);
-        EXPECT_STREQ(e.what(), "Invalid length");
-    }
+    EXPECT_EQ(failure(tooLong), "5 Invalid length") << "a 71-character label";
+    EXPECT_EQ(failure("xn--ü.com"), "8 ACE prefix found") << "an ACE-prefixed non-ASCII label";
     EXPECT_EQ(idn_toascii(tooLong.c_str()), std::nullopt);
     EXPECT_EQ(idn_errno, 5);
     idn_errno = 0;
     EXPECT_EQ(idn_email_toascii(("info@" + tooLong).c_str()), std::nullopt);
     EXPECT_EQ(idn_errno, 5);
-
-    try {
-        quelt::idn::toAscii("xn--ü.com");
-        FAIL() << "an ACE-prefixed non-ASCII label converted";
-    } catch (const IdnaError& e) {
-        EXPECT_EQ(e.code(), 8);
-        EXPECT_STREQ(e.what(), "ACE prefix found");
-    }
 }
 
 TEST(Idn, ErrorTextsFollowTheTable)

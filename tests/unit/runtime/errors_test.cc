@@ -6,6 +6,8 @@
 
 #include "runtime/errors.h"
 #include "runtime/traceable.h"
+#include "support/capture.h"
+#include "support/trail.h"
 
 namespace {
 
@@ -28,33 +30,12 @@ TEST(SystemError, SelectedCodesHaveTheirOwnType)
     EXPECT_THROW(quelt::throwSystemError("x", ENOENT), quelt::ExSystemError<ENOENT>);
     EXPECT_THROW(quelt::throwSystemError("x", EINTR), quelt::ExSystemError<EINTR>);
     EXPECT_THROW(quelt::throwSystemError("x", ECHILD), quelt::ExSystemError<ECHILD>);
-    EXPECT_THROW(quelt::throwSystemError("lock() failed", EAGAIN), quelt::SystemError);
-    try {
-        quelt::throwSystemError("lock() failed", EAGAIN);
-    } catch (const quelt::SystemError& e) {
-        EXPECT_EQ(std::string(e.what()), std::string("lock() failed: ") + std::strerror(EAGAIN));
-    }
-}
-
-TEST(SystemError, EmptyMessageIsJustTheSystemText)
-{
-    const quelt::SystemError e("", EACCES);
-    EXPECT_STREQ(e.what(), std::strerror(EACCES));
+    EXPECT_EQ(thrownWhat<quelt::SystemError>([] { quelt::throwSystemError("lock() failed", EAGAIN); }),
+              std::string("lock() failed: ") + std::strerror(EAGAIN));
+    EXPECT_STREQ(quelt::SystemError("", EACCES).what(), std::strerror(EACCES)) << "empty message";
 }
 
 quelt::ExTag kTestTag;
-
-struct RecordingVisitor : quelt::ExInfoVisitor {
-    std::string trail;
-    void visitTag(const std::string& s) override { trail += "tag:" + s + ";"; }
-    void visitId(const std::string& s) override { trail += "id:" + std::to_string(s.size()) + ";"; }
-    void visitText(const std::string& s) override { trail += "text:" + s + ";"; }
-    void visitFunction(const std::string& s) override { trail += "fn:" + s + ";"; }
-    void visitFile(const std::string& s) override { trail += "file:" + s + ";"; }
-    void visitLine(int n) override { trail += "line:" + std::to_string(n) + ";"; }
-    void enterIncluded() override { trail += "in;"; }
-    void visitCode(int n) override { trail += "code:" + std::to_string(n) + ";"; }
-};
 
 TEST(Traceable, FormatsVisitsAndCopiesTheIncludedException)
 {

@@ -1,10 +1,8 @@
 // MKLock over real lock files, and temporary files that clean up after themselves.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
+#include <cstring>
 
 #include <gtest/gtest.h>
 
@@ -12,37 +10,21 @@
 #include "runtime/lock_file.h"
 #include "services/mk_lock.h"
 #include "services/tmp_file.h"
+#include "support/capture.h"
+#include "support/io.h"
 
 namespace {
 
-bool exists(const std::string& path)
-{
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0;
-}
-
-std::string slurp(const std::string& path)
-{
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 TEST(MKLock, HoldsTheHashedLockUntilDestroyed)
 {
+    const auto noWait = [] { quelt::MKLock("/etc/postfix/main.cf", quelt::MKLock::ByKey, quelt::MKLock::NoWait); };
     {
         quelt::MKLock lock("/etc/postfix/main.cf");
         EXPECT_EQ(lock.path(), "/var/lock/files/7963c3b4b0754641744c1ae241e19575");
         EXPECT_TRUE(exists(lock.path()));
-        try {
-            quelt::MKLock again("/etc/postfix/main.cf", quelt::MKLock::ByKey, quelt::MKLock::NoWait);
-            ADD_FAILURE() << "a held lock was granted twice";
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(e.what(), "lock(/etc/postfix/main.cf) failed: file is already locked");
-        }
+        EXPECT_EQ(thrownWhat<std::runtime_error>(noWait), "lock(/etc/postfix/main.cf) failed: file is already locked");
     }
-    EXPECT_NO_THROW(quelt::MKLock("/etc/postfix/main.cf", quelt::MKLock::ByKey, quelt::MKLock::NoWait));
+    EXPECT_NO_THROW(noWait());
 }
 
 TEST(MKLock, ByFilenameUsesThePathAndReportsWhyItCannot)
@@ -53,19 +35,13 @@ TEST(MKLock, ByFilenameUsesThePathAndReportsWhyItCannot)
         lock_ptr probe = mk_nonblock_lock("/var/lock/files/plain-name", false);
         EXPECT_TRUE(is_already_locked(probe));
     }
-    try {
-        quelt::MKLock lock("/no/such/dir/lock", quelt::MKLock::ByFilename);
-        ADD_FAILURE() << "locked a file in a missing folder";
-    } catch (const quelt::SystemError& e) {
-        EXPECT_EQ(e.message(), "lock() failed");
-        EXPECT_EQ(e.code(), ENOENT);
-    }
+    EXPECT_EQ(thrownWhat<quelt::SystemError>([] { quelt::MKLock("/no/such/dir/lock", quelt::MKLock::ByFilename); }),
+              std::string("lock() failed: ") + std::strerror(ENOENT));
 }
 
 TEST(TmpFile, WritesAFreshFileAndRemovesItWhenAsked)
 {
-    std::string kept;
-    std::string removed;
+    std::string kept, removed;
     {
         quelt::TmpFile tmp("/tmp/mailrig-test.", false);
         tmp << "line " << 1 << "\n";
@@ -77,26 +53,16 @@ TEST(TmpFile, WritesAFreshFileAndRemovesItWhenAsked)
         gone << "scratch";
         removed = gone.path();
         EXPECT_NE(removed, kept);
-    }
-    EXPECT_EQ(slurp(kept), "line 1\n");
-    EXPECT_FALSE(exists(removed));
-    ::unlink(kept.c_str());
-    try {
-        quelt::TmpFile nowhere("/no/such/dir/x");
-        ADD_FAILURE() << "mkstemp in a missing folder";
-    } catch (const quelt::SystemError& e) {
-        EXPECT_EQ(e.code(), ENOENT);
-    }
-}
-
-TEST(AutocleanOFStream, RemovesItsFile)
-{
-    {
         quelt::AutocleanOFStream out("/tmp/mailrig-autoclean");
         out << "data" << std::flush;
-        EXPECT_EQ(slurp("/tmp/mailrig-autoclean"), "data");
+        EXPECT_EQ(readFile("/tmp/mailrig-autoclean"), "data");
     }
+    EXPECT_EQ(readFile(kept), "line 1\n");
+    EXPECT_FALSE(exists(removed));
     EXPECT_FALSE(exists("/tmp/mailrig-autoclean"));
+    ::unlink(kept.c_str());
+    const std::string nowhere = thrownWhat<quelt::SystemError>([] { quelt::TmpFile("/no/such/dir/x"); });
+    EXPECT_NE(nowhere.find(std::strerror(ENOENT)), std::string::npos) << nowhere;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "runtime/errors.h"
 #include "services/process_launch.h"
+#include "support/capture.h"
 
 namespace {
 
@@ -83,28 +84,22 @@ TEST(ProcessLaunch, AMissingProgramIsASystemErrorOfTheExecCallAndStatus67)
 
 TEST(ProcessLaunch, SetUpFailuresInTheChildComeBackTyped)
 {
-    Failure f = launchAndFail("/bin/true", false, nullptr, "/nonexistent/dir", {});
-    EXPECT_EQ(f.type, "SystemError:cwd chdir");
-    EXPECT_EQ(f.code, ENOENT);
-    EXPECT_EQ(f.exitStatus, 67);
-
-    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw std::runtime_error("hook says no"); });
-    EXPECT_EQ(f.type, "runtime_error");
-    EXPECT_EQ(f.what, "hook says no");
-    EXPECT_EQ(f.exitStatus, 66);
-
-    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw std::logic_error("odd"); });
-    EXPECT_EQ(f.type, "exception");
-    EXPECT_EQ(f.exitStatus, 66);
-
-    f = launchAndFail("/bin/true", false, nullptr, "", [] { throw 5; });
-    EXPECT_EQ(f.type, "runtime_error");
-    EXPECT_EQ(f.what, "unknown error");
-    EXPECT_EQ(f.exitStatus, 65);
-
-    f = launchAndFail("/bin/true", false, nullptr, "", {});
-    EXPECT_EQ(f.type, "none");
-    EXPECT_EQ(f.exitStatus, 0);
+    const struct {
+        const char* cwd;
+        std::function<void()> hook;
+        const char* want;  // type, what or code, exit status
+    } cases[] = {
+        {"/nonexistent/dir", {}, "SystemError:cwd chdir 2 67"},
+        {"", [] { throw std::runtime_error("hook says no"); }, "runtime_error hook says no 66"},
+        {"", [] { throw std::logic_error("odd"); }, "exception  66"},
+        {"", [] { throw 5; }, "runtime_error unknown error 65"},
+        {"", {}, "none  0"},
+    };
+    for (const auto& c : cases) {
+        const Failure f = launchAndFail("/bin/true", false, nullptr, c.cwd, c.hook);
+        EXPECT_EQ(f.type + " " + (f.code ? std::to_string(f.code) : f.what) + " " + std::to_string(f.exitStatus),
+                  c.want);
+    }
 }
 
 TEST(ProcessLaunch, RejectsInvalidStreamCodes)
@@ -120,16 +115,13 @@ TEST(ProcessLaunch, RejectsInvalidStreamCodes)
         {-2, -5, -2, "invalid FD for stdout"},
         {-2, -2, -9, "invalid FD for stderr"},
     };
-    for (const auto& c : cases) {
-        try {
-            ProcessLaunch child(argv.get(), "/bin/true", "", nullptr, false, false, false, {}, c.in,
-                                c.out, c.err);
-            ADD_FAILURE() << "launched with " << c.in << " " << c.out << " " << c.err;
-            child.waitExit();
-        } catch (const std::invalid_argument& e) {
-            EXPECT_STREQ(e.what(), c.want);
-        }
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(thrownWhat<std::invalid_argument>([&] {
+                      ProcessLaunch(argv.get(), "/bin/true", "", nullptr, false, false, false, {}, c.in, c.out, c.err)
+                          .waitExit();
+                  }),
+                  c.want)
+            << c.in << " " << c.out << " " << c.err;
 }
 
 TEST(ProcessLaunch, StderrCanFollowStdoutIntoOnePipe)

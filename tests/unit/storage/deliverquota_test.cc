@@ -9,10 +9,10 @@
 #include "storage_fixture.h"
 
 namespace fs = boost::filesystem;
+using namespace storage_test;
 
 namespace {
 
-const std::string kRoot = "/var/qmail/mailnames";
 const std::string kHome = kRoot + "/example.com/info";
 const std::string kMaildir = kHome + "/Maildir";
 constexpr int kOverQuota = 77;  // EX_NOPERM
@@ -34,18 +34,12 @@ std::string messageOf(size_t bytes)
     return text + "\n";
 }
 
-struct Delivery {
-    int status;
-    std::string err;
-};
-
-Delivery deliver(size_t bytes)
+// deliverquota's exit status and what it printed on standard error.
+std::pair<int, std::string> deliver(size_t bytes)
 {
     std::string out, err;
     const std::string program = deliverquotaPath();
-    const int status = forkExecvGetInOutErrSuidEnv(messageOf(bytes), out, err, program,
-                                                   {program, kMaildir}, "", {});
-    return {status, err};
+    return {forkExecvGetInOutErrSuidEnv(messageOf(bytes), out, err, program, {program, kMaildir}, "", {}), err};
 }
 
 // Sum of the sizes deliverquota put into the names of the delivered files.
@@ -89,8 +83,8 @@ TEST_F(DeliverquotaTest, RefusesWhatDoesNotFitAndAcceptsWhatFits)
         {1, kOverQuota},
     };
     for (const auto& step : steps) {
-        const Delivery d = deliver(step.bytes);
-        EXPECT_EQ(d.status, step.status) << step.bytes << " bytes: " << d.err;
+        const auto [status, err] = deliver(step.bytes);
+        EXPECT_EQ(status, step.status) << step.bytes << " bytes: " << err;
     }
 
     unsigned long long named = 0;
@@ -100,9 +94,8 @@ TEST_F(DeliverquotaTest, RefusesWhatDoesNotFitAndAcceptsWhatFits)
     // deliverquota appended its own lines; reading them gives what it accounts for.
     long long bytes = 0, byteLimit = 0;
     unsigned long long count = 0, countLimit = 0;
-    ASSERT_EQ(get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit, countLimit),
-              1)
-        << storage_test::readFile(kMaildir + "/maildirsize");
+    ASSERT_EQ(get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit, countLimit), 1)
+        << readFile(kMaildir + "/maildirsize");
     EXPECT_EQ(bytes, 3000);
     EXPECT_EQ(count, 3u);
     EXPECT_EQ(byteLimit, 3000);
@@ -115,7 +108,7 @@ TEST_F(DeliverquotaTest, ScanAgreesWithDeliverquotasAccounting)
 {
     quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", -1);
     for (size_t bytes : {100, 2000, 777, 65536})
-        ASSERT_EQ(deliver(bytes).status, 0);
+        ASSERT_EQ(deliver(bytes).first, 0);
     unsigned long long named = 0;
     const long long expected = namedBytes(named);
     EXPECT_EQ(expected, 100 + 2000 + 777 + 65536);
@@ -123,11 +116,9 @@ TEST_F(DeliverquotaTest, ScanAgreesWithDeliverquotasAccounting)
 
     // Rewriting the file recounts the folder from the file names deliverquota chose.
     quelt::mail::MaildirPPManager::getInstance().setMailboxQuota("example.com", "info", 1000000);
-    char usage[32];
-    std::snprintf(usage, sizeof usage, "%12lld%12llu\n", expected, named);
-    EXPECT_EQ(storage_test::readFile(kMaildir + "/maildirsize"), std::string("1000000S,0C\n") + usage);
-    EXPECT_EQ(deliver(1000000 - expected).status, 0);
-    EXPECT_EQ(deliver(1).status, kOverQuota);
+    EXPECT_EQ(readFile(kMaildir + "/maildirsize"), "1000000S,0C\n" + usageLine(expected, named));
+    EXPECT_EQ(deliver(1000000 - expected).first, 0);
+    EXPECT_EQ(deliver(1).first, kOverQuota);
 }
 
 }  // namespace

@@ -6,15 +6,12 @@
 #include "storage/dotqmail.h"
 #include "storage/maildir_manager.h"
 #include "storage_fixture.h"
-#include "support/capture.h"
 
 namespace fs = boost::filesystem;
-using storage_test::readFile;
-using storage_test::writeFile;
+using storage_test::kRoot;
 
 namespace {
 
-const std::string kRoot = "/var/qmail/mailnames";
 const std::string kHome = kRoot + "/example.com/info";
 const std::string kPath = kHome + "/.qmail";
 const std::string kDelivery = "| /usr/bin/deliverquota ./Maildir\n";
@@ -38,14 +35,6 @@ protected:
     {
         ASSERT_EQ(::chown(kPath.c_str(), 0, 0), 0);
         ASSERT_EQ(::chmod(kPath.c_str(), 0644), 0);
-    }
-    static void expectOwned(const std::string& step)
-    {
-        const auto owner = storage_test::popuser();
-        const struct stat st = storage_test::lstatOf(kPath);
-        EXPECT_EQ(st.st_uid, owner.uid) << step;
-        EXPECT_EQ(st.st_gid, owner.gid) << step;
-        EXPECT_EQ(st.st_mode & 07777, 0600u) << step;
     }
 };
 
@@ -80,7 +69,7 @@ TEST_F(DotQMailTest, EveryChangeLeavesExactLinesOwnedByPopuser)
         spoil();
         s.change();
         EXPECT_EQ(readFile(kPath), s.content) << s.step;
-        expectOwned(s.step);
+        EXPECT_EQ(storage_test::popuserOwns(kPath, 0600), "ok") << s.step;
     }
 }
 
@@ -113,33 +102,16 @@ TEST_F(DotQMailTest, ForwardsAreKeptInAsciiFormWhicheverFormIsGiven)
 TEST_F(DotQMailTest, FailuresArePrintedOnceAndThrownByTheManager)
 {
     const std::string missingDir = kRoot + "/nowhere/info/.qmail";
-    {
-        CaptureFd err(2);
-        EXPECT_EQ(dotqmail_reset(missingDir), -1);
-        err.restore();
-        EXPECT_EQ(err.text(), "Unable to open " + missingDir +
-                                  ": No such file or directory\nSystem error 2: No such file or "
-                                  "directory\n");
-    }
-    {
-        CaptureFd err(2);
-        EXPECT_EQ(dotqmail_add_forward(kPath, "user@bad..example"), -1);
-        err.restore();
-        EXPECT_EQ(err.text().rfind("idn_email_toascii(user@bad..example) failed: ", 0), 0u)
-            << err.text();
-    }
+    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(dotqmail_reset(missingDir), -1); }),
+              "Unable to open " + missingDir + ": No such file or directory\nSystem error 2: No such file or directory\n");
+    const std::string idn = stderrOf([] { EXPECT_EQ(dotqmail_add_forward(kPath, "user@bad..example"), -1); });
+    EXPECT_EQ(idn.rfind("idn_email_toascii(user@bad..example) failed: ", 0), 0u) << idn;
+
     quelt::mail::DotQMailManager missing(kPath);  // no file yet: nothing to remove from
-    CaptureFd err(2);
-    try {
-        missing.disableDelivery();
-        FAIL() << "no error";
-    } catch (const quelt::SystemError& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("unable to modify " + kPath + ": ", 0), 0u)
-            << e.what();
-    }
-    err.restore();
-    EXPECT_NE(err.text().find("Unable to remove string from " + kPath + " file"), std::string::npos)
-        << err.text();
+    std::string thrown;
+    const std::string err = stderrOf([&] { thrown = thrownWhat<quelt::SystemError>([&] { missing.disableDelivery(); }); });
+    EXPECT_EQ(thrown.rfind("unable to modify " + kPath + ": ", 0), 0u) << thrown;
+    EXPECT_NE(err.find("Unable to remove string from " + kPath + " file"), std::string::npos) << err;
 }
 
 TEST(DotQMailPathTest, PathsUseTheAsciiDomainAndValidMailnames)
@@ -167,18 +139,14 @@ TEST(DotQMailPathTest, PathsUseTheAsciiDomainAndValidMailnames)
          "in the provided buffer\n"},
     };
     for (const auto& f : failures) {
-        CaptureFd err(2);
         path = "untouched";
-        EXPECT_EQ(get_dotqmail_path(path, f.size, f.mailname, f.domain), -1) << f.mailname;
-        err.restore();
-        EXPECT_EQ(err.text(), f.message) << f.mailname << "@" << f.domain;
+        EXPECT_EQ(stderrOf([&] { EXPECT_EQ(get_dotqmail_path(path, f.size, f.mailname, f.domain), -1); }), f.message)
+            << f.mailname << "@" << f.domain;
         EXPECT_EQ(path, "untouched");
     }
-    CaptureFd err(2);
-    EXPECT_EQ(get_mailhome_path(path, 10, "info", "example.com"), -1);
-    err.restore();
-    EXPECT_EQ(err.text(), "Either domain name 'example.com' or mailname 'info' are too long to store "
-                          "mailname home path in the provided buffer\n");
+    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(get_mailhome_path(path, 10, "info", "example.com"), -1); }),
+              "Either domain name 'example.com' or mailname 'info' are too long to store "
+              "mailname home path in the provided buffer\n");
 }
 
 }  // namespace

@@ -3,26 +3,21 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <ctime>
 
 #include "storage/fs_error.h"
 #include "storage/maildirpp.h"
 #include "storage/maildirpp_manager.h"
 #include "storage_fixture.h"
-#include "support/capture.h"
 
 namespace fs = boost::filesystem;
-using storage_test::lstatOf;
-using storage_test::readFile;
-using storage_test::writeFile;
+using namespace storage_test;
 
 namespace {
 
-const std::string kRoot = "/var/qmail/mailnames";
 const std::string kHome = kRoot + "/example.com/info";
 const std::string kMaildir = kHome + "/Maildir";
-const std::string kEmptyUsage = "           0           0\n";
+const std::string kTooBig = "WARNING: @attachments directory is big enough to disable delivery!\n";
 
 class MaildirppTest : public ::testing::Test {
 protected:
@@ -36,172 +31,100 @@ protected:
 
     static void message(const std::string& relative, size_t bytes)
     {
+        fs::create_directories(fs::path(kMaildir + "/" + relative).parent_path());
         writeFile(kMaildir + "/" + relative, std::string(bytes, 'x'));
     }
     static std::string maildirsize() { return readFile(kMaildir + "/maildirsize"); }
-    static void folder(const std::string& name)
-    {
-        for (const char* sub : {"", "/new", "/cur", "/tmp"})
-            fs::create_directories(kMaildir + "/" + name + sub);
-    }
-    // Makes @attachments hold exactly `total` bytes as get_dir_size counts them.
-    static void attachments(long long total)
-    {
-        const std::string dir = kHome + "/@attachments";
-        writeFile(dir + "/file.bin", "");
-        const long long own = lstatOf(dir).st_size;
-        ASSERT_GE(total, own);
-        ASSERT_EQ(::truncate((dir + "/file.bin").c_str(), total - own), 0);
-        ASSERT_EQ(get_dir_size(dir, false), total);
-    }
 };
 
-TEST_F(MaildirppTest, RawQuotaWritesExactTwoLines)
+TEST_F(MaildirppTest, RawQuotaWritesExactTwoLinesOwnedByPopuser)
 {
     const struct {
         long long quota;
         std::string definition;
+        mode_t mask;
     } cases[] = {
-        {-1, "0S,0C\n"}, {-5, "0S,0C\n"}, {0, "1S,0C\n"}, {1, "1S,0C\n"},
-        {1048576, "1048576S,0C\n"}, {9223372036854775807LL, "9223372036854775807S,0C\n"},
+        {-1, "0S,0C\n", 022}, {-5, "0S,0C\n", 077}, {0, "1S,0C\n", 022}, {1, "1S,0C\n", 022},
+        {1048576, "1048576S,0C\n", 022}, {9223372036854775807LL, "9223372036854775807S,0C\n", 022},
     };
     for (const auto& c : cases) {
+        ::umask(c.mask);
         ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, c.quota), 1) << c.quota;
         EXPECT_EQ(maildirsize(), c.definition + kEmptyUsage) << c.quota;
-    }
-}
-
-TEST_F(MaildirppTest, FileIsOwnedByPopuserWithTheMaskApplied)
-{
-    const auto owner = storage_test::popuser();
-    for (mode_t mask : {022, 077}) {
-        ::umask(mask);
-        ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 100), 1);
-        const struct stat st = lstatOf(kMaildir + "/maildirsize");
-        EXPECT_EQ(st.st_uid, owner.uid);
-        EXPECT_EQ(st.st_gid, owner.gid);
-        EXPECT_EQ(st.st_mode & 07777, 0644u & ~mask) << "umask " << mask;
+        EXPECT_EQ(popuserOwns(kMaildir + "/maildirsize", 0644 & ~c.mask), "ok") << c.quota;
     }
     EXPECT_TRUE(fs::is_empty(kMaildir + "/tmp")) << "temporary file left behind";
 }
 
 TEST_F(MaildirppTest, ManagerSubtractsAttachmentsFromTheQuota)
 {
+    const std::string attachments = kHome + "/@attachments";
+    writeFile(attachments + "/file.bin", "");
+    const long long own = lstatOf(attachments).st_size;  // a folder has a size of its own
+    const struct {
+        long long attached;  // bytes of the one file in @attachments
+        long long quota;
+        std::string definition, warning;
+    } steps[] = {
+        {0, -1, "0S,0C\n", ""},
+        {0, 0, "1S,0C\n", kTooBig},
+        {1000 - own, 1048576, "1047576S,0C\n", ""},
+        {1000 - own, -1, "0S,0C\n", ""},
+        {1048576 - own, 1048576, "1S,0C\n", ""},  // filled exactly: no warning
+        {1048576 - own, 1000, "1S,0C\n", kTooBig},
+    };
     auto& manager = quelt::mail::MaildirPPManager::getInstance();
-    manager.setMailboxQuota("example.com", "info", -1);
-    EXPECT_EQ(maildirsize(), "0S,0C\n" + kEmptyUsage);
-    {
-        // Even an empty @attachments folder has a size of its own, more than nothing.
-        CaptureFd warning(2);
-        manager.setMailboxQuota("example.com", "info", 0);
-        warning.restore();
-        EXPECT_EQ(warning.text(),
-                  "WARNING: @attachments directory is big enough to disable delivery!\n");
+    for (const auto& s : steps) {
+        writeFile(attachments + "/file.bin", std::string(s.attached, 'a'));
+        EXPECT_EQ(stderrOf([&] { manager.setMailboxQuota("example.com", "info", s.quota); }), s.warning)
+            << s.attached << " / " << s.quota;
+        EXPECT_EQ(maildirsize(), s.definition + kEmptyUsage) << s.attached << " / " << s.quota;
     }
-    EXPECT_EQ(maildirsize(), "1S,0C\n" + kEmptyUsage);
 
-    attachments(1000);
-    manager.setMailboxQuota("example.com", "info", 1048576);
-    EXPECT_EQ(maildirsize(), "1047576S,0C\n" + kEmptyUsage);
-    manager.setMailboxQuota("example.com", "info", -1);
-    EXPECT_EQ(maildirsize(), "0S,0C\n" + kEmptyUsage) << "no limit stays no limit";
-
-    attachments(1048576);
-    {
-        CaptureFd quiet(2);
-        manager.setMailboxQuota("example.com", "info", 1048576);
-        quiet.restore();
-        EXPECT_EQ(quiet.text(), "") << "attachments that fill the quota exactly";
-    }
-    EXPECT_EQ(maildirsize(), "1S,0C\n" + kEmptyUsage);
-
-    CaptureFd err(2);
-    manager.setMailboxQuota("example.com", "info", 1000);
-    err.restore();
-    EXPECT_EQ(maildirsize(), "1S,0C\n" + kEmptyUsage);
-    EXPECT_EQ(err.text(), "WARNING: @attachments directory is big enough to disable delivery!\n");
-}
-
-TEST_F(MaildirppTest, ManagerReportsAMissingHome)
-{
-    auto& manager = quelt::mail::MaildirPPManager::getInstance();
-    try {
-        manager.setMailboxQuota("example.com", "nobody", 10);
-        FAIL() << "no error";
-    } catch (const quelt::mail::FSError& e) {
-        EXPECT_STREQ(e.what(), ("chdir: No such file or directory: \"" + kRoot +
-                                "/example.com/nobody\"").c_str());
-    }
+    using quelt::mail::FSError;
+    EXPECT_EQ(thrownWhat<FSError>([&] { manager.setMailboxQuota("example.com", "nobody", 10); }),
+              "chdir: No such file or directory: \"" + kRoot + "/example.com/nobody\"");
     fs::remove_all(kMaildir);
-    CaptureFd err(2);
-    try {
-        manager.setMailboxQuota("example.com", "info", 10);
-        FAIL() << "no error";
-    } catch (const quelt::mail::FSError& e) {
-        EXPECT_STREQ(e.what(), ("create maildirsize: Success: \"" + kMaildir + "\"").c_str());
-    }
+    stderrOf([&] {
+        EXPECT_EQ(thrownWhat<FSError>([&] { manager.setMailboxQuota("example.com", "info", 10); }),
+                  "create maildirsize: Success: \"" + kMaildir + "\"");
+    });
 }
 
-TEST_F(MaildirppTest, UsageCountsNamedSizesAndRealSizes)
+TEST_F(MaildirppTest, ScanCountsNamedAndRealSizesSkippingTrashDotDotFoldersAndNonFolders)
 {
     message("new/1700000000.M1P1.host,S=2048", 10);
     message("cur/1700000001.M2P1.host,S=300:2,S", 7);
     message("cur/1700000002.M3P1.host:2,", 37);
     message("tmp/1700000003.M4P1.host,S=999", 1);  // not delivered yet
-    ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 100000), 1);
-    char usage[32];
-    std::snprintf(usage, sizeof usage, "%12lld%12llu\n", 2048LL + 300 + 37, 3ULL);
-    EXPECT_EQ(maildirsize(), std::string("100000S,0C\n") + usage);
-}
-
-TEST_F(MaildirppTest, ScanSkipsTrashDotDotFoldersAndNonFolders)
-{
-    folder(".Sub");
-    folder(".Sub.Deeper");
-    folder(".Trash");
-    folder("..hidden");
+    for (const char* folder : {".Sub", ".Sub.Deeper", ".Trash", "..hidden"})
+        for (const char* sub : {"/new", "/cur", "/tmp"})
+            fs::create_directories(kMaildir + "/" + folder + sub);
     message(".Sub/new/a,S=5", 1);
     message(".Sub.Deeper/cur/b,S=7:2,", 1);
     message(".Spam/cur/c,S=11", 1);
     message(".Trash/cur/d,S=1000", 1);
     message("..hidden/cur/e,S=1000", 1);
     writeFile(kMaildir + "/.notafolder", "x");
-    fs::create_directory(kMaildir + "/plain");
     message("plain/f,S=1000", 1);
 
-    CaptureFd err(2);
-    ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, -1), 1);
-    err.restore();
-    char usage[32];
-    std::snprintf(usage, sizeof usage, "%12lld%12llu\n", 5LL + 7 + 11, 3ULL);
-    EXPECT_EQ(maildirsize(), std::string("0S,0C\n") + usage);
-    EXPECT_NE(err.text().find("Bad/unrecognized entry .notafolder within Maildir folder " +
-                              kMaildir),
-              std::string::npos)
-        << err.text();
+    const std::string err = stderrOf([] { ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 100000), 1); });
+    EXPECT_EQ(maildirsize(), "100000S,0C\n" + usageLine(2048 + 300 + 37 + 5 + 7 + 11, 6));
+    EXPECT_NE(err.find("Bad/unrecognized entry .notafolder within Maildir folder " + kMaildir), std::string::npos)
+        << err;
 }
 
 TEST(MaildirNameSizeTest, TakesTheFirstUsableSizeTag)
 {
-    const struct {
-        const char* name;
-        long long size;  // -1: none
-    } cases[] = {
-        {"1.M1.host,S=2048", 2048},
-        {"1.M1.host,S=2048:2,S", 2048},
-        {"1.M1.host,S=0", 0},
-        {"1.M1.host,S=12a", -1},
-        {"1.M1.host,S=", -1},
-        {"1.M1.host,S=:2,", -1},
-        {"1.M1.host,S=x,S=5", 5},
-        {"1.M1.host,S=99999999999999999999999,S=7", 7},
-        {"1.M1.host,W=10,S=20:2,", 20},
-        {"1.M1.host,s=20", -1},
+    const std::pair<const char*, long long> cases[] = {  // -1: none
+        {"1.M1.host,S=2048", 2048}, {"1.M1.host,S=2048:2,S", 2048}, {"1.M1.host,S=0", 0},
+        {"1.M1.host,S=12a", -1}, {"1.M1.host,S=", -1}, {"1.M1.host,S=:2,", -1}, {"1.M1.host,S=x,S=5", 5},
+        {"1.M1.host,S=99999999999999999999999,S=7", 7}, {"1.M1.host,W=10,S=20:2,", 20}, {"1.M1.host,s=20", -1},
         {"plain", -1},
     };
-    for (const auto& c : cases) {
-        const auto size = maildir_name_size(c.name);
-        EXPECT_EQ(size ? static_cast<long long>(*size) : -1, c.size) << c.name;
+    for (const auto& [name, want] : cases) {
+        const auto size = maildir_name_size(name);
+        EXPECT_EQ(size ? static_cast<long long>(*size) : -1, want) << name;
     }
 }
 
@@ -217,23 +140,14 @@ TEST(ParseMaildirsizeTest, TrustsOnlyWellFormedFiles)
         long long bytes;
         unsigned long long count;
     } cases[] = {
-        {"1000S,5C\n" + kEmptyUsage, true, 1000, 5, 0, 0},
-        {"1000S\n  10 1\n", true, 1000, 0, 10, 1},
-        {"1000\n", true, 1000, 0, 0, 0},
-        {"1000,3C\n", true, 1000, 3, 0, 0},
-        {"\n   50 2\n", true, 0, 0, 50, 2},
-        {"", true, 0, 0, 0, 0},
-        {"100S,0C\n  50 2\n  -20 -1\n   7 1\n", true, 100, 0, 37, 2},
-        {"100S,0C\n  50 2", false, 100, 0, 50, 0},
-        {"100S,0C", false, 100, 0, 0, 0},
-        {"100S,0C\nabc\n", false, 100, 0, 0, 0},
-        {"100S,0C\n50\n", false, 100, 0, 0, 0},
-        {"100S,0C\n50 2 3\n", false, 100, 0, 0, 0},
-        {"100S,0C\n\n", false, 100, 0, 0, 0},
-        {"-5S,0C\n  10 1\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100X\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100S,C\n", false, kNoBytes, kNoCount, 0, 0},
-        {"100S,5\n", false, kNoBytes, kNoCount, 0, 0},
+        {"1000S,5C\n" + kEmptyUsage, true, 1000, 5, 0, 0}, {"1000S\n  10 1\n", true, 1000, 0, 10, 1},
+        {"1000\n", true, 1000, 0, 0, 0}, {"1000,3C\n", true, 1000, 3, 0, 0}, {"\n   50 2\n", true, 0, 0, 50, 2},
+        {"", true, 0, 0, 0, 0}, {"100S,0C\n  50 2\n  -20 -1\n   7 1\n", true, 100, 0, 37, 2},
+        {"100S,0C\n  50 2", false, 100, 0, 50, 0}, {"100S,0C", false, 100, 0, 0, 0},
+        {"100S,0C\nabc\n", false, 100, 0, 0, 0}, {"100S,0C\n50\n", false, 100, 0, 0, 0},
+        {"100S,0C\n50 2 3\n", false, 100, 0, 0, 0}, {"100S,0C\n\n", false, 100, 0, 0, 0},
+        {"-5S,0C\n  10 1\n", false, kNoBytes, kNoCount, 0, 0}, {"100X\n", false, kNoBytes, kNoCount, 0, 0},
+        {"100S,C\n", false, kNoBytes, kNoCount, 0, 0}, {"100S,5\n", false, kNoBytes, kNoCount, 0, 0},
         {"99999999999999999999S\n", false, kNoBytes, kNoCount, 0, 0},
     };
     for (const auto& c : cases) {
@@ -242,8 +156,7 @@ TEST(ParseMaildirsizeTest, TrustsOnlyWellFormedFiles)
         EXPECT_EQ(quota.byteLimit, c.byteLimit) << c.text;
         EXPECT_EQ(quota.countLimit, c.countLimit) << c.text;
         if (c.trusted) {
-            EXPECT_EQ(quota.bytes, c.bytes) << c.text;
-            EXPECT_EQ(quota.count, c.count) << c.text;
+            EXPECT_EQ(std::make_pair(quota.bytes, quota.count), std::make_pair(c.bytes, c.count)) << c.text;
         }
     }
 }
@@ -252,41 +165,23 @@ TEST_F(MaildirppTest, UntrustedFilesFallBackToAScan)
 {
     message("new/a,S=120", 1);
     message("cur/b", 30);
-    const std::string longFile = [] {
-        std::string text = "1000S,0C\n";
-        while (text.size() <= kMaildirsizeMaxTrusted)
-            text += "           1           1\n";
-        return text;
-    }();
-    const struct {
-        std::string text;
-        bool trusted;
-    } cases[] = {
-        {"1000S,0C\n  500 4\n", true},
-        {"1000S,0C\n  500 4", false},
-        {"1000S,0C\n  500 4\nbad\n", false},
-        {"-1S\n  500 4\n", false},
-        {longFile, false},
-    };
-    for (const auto& c : cases) {
-        writeFile(kMaildir + "/maildirsize", c.text);
-        long long bytes = -1;
-        unsigned long long count = 0;
-        ASSERT_EQ(get_maildirpp_usage(kMaildir, bytes, count), 1) << c.text;
-        EXPECT_EQ(bytes, c.trusted ? 500 : 150) << c.text.substr(0, 40);
-        EXPECT_EQ(count, c.trusted ? 4u : 2u) << c.text.substr(0, 40);
-
-        long long byteLimit = 0;
-        unsigned long long countLimit = 0;
-        const int strict = get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit,
-                                                          countLimit);
-        EXPECT_EQ(strict, c.trusted ? 1 : 0) << c.text.substr(0, 40);
-    }
-    fs::remove(kMaildir + "/maildirsize");
+    std::string longFile = "1000S,0C\n";
+    while (longFile.size() <= kMaildirsizeMaxTrusted)
+        longFile += "           1           1\n";
+    const std::pair<std::string, bool> cases[] = {
+        {"1000S,0C\n  500 4\n", true}, {"1000S,0C\n  500 4\nbad\n", false}, {longFile, false}};
     long long bytes = -1, byteLimit = 0;
     unsigned long long count = 0, countLimit = 0;
-    ASSERT_EQ(get_maildirpp_usage_and_limits(kMaildir, false, bytes, count, byteLimit, countLimit),
-              1);
+    for (const auto& [text, trusted] : cases) {
+        writeFile(kMaildir + "/maildirsize", text);
+        ASSERT_EQ(get_maildirpp_usage(kMaildir, bytes, count), 1) << text;
+        EXPECT_EQ(bytes, trusted ? 500 : 150) << text.substr(0, 40);
+        EXPECT_EQ(count, trusted ? 4u : 2u) << text.substr(0, 40);
+        EXPECT_EQ(get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit, countLimit), trusted ? 1 : 0)
+            << text.substr(0, 40);
+    }
+    fs::remove(kMaildir + "/maildirsize");
+    ASSERT_EQ(get_maildirpp_usage_and_limits(kMaildir, false, bytes, count, byteLimit, countLimit), 1);
     EXPECT_EQ(bytes, 150);
     EXPECT_EQ(byteLimit, kMaildirppNoByteLimit);
     EXPECT_EQ(countLimit, kMaildirppNoCountLimit);
@@ -301,12 +196,9 @@ TEST_F(MaildirppTest, OverQuotaComparesUsagePlusTheNewMessage)
         unsigned long long addCount;
         int over;
     } cases[] = {
-        {"1000S,0C\n  900 3\n", 100, 1, 0},
-        {"1000S,0C\n  900 3\n", 101, 1, 1},
-        {"1000S,4C\n  900 3\n", 10, 1, 0},
-        {"1000S,4C\n  900 3\n", 10, 2, 1},
-        {"0S,0C\n  900000 30000\n", 1 << 30, 1, 0},
-        {"1000S,0C\n  -500 1\n", 1000, 1, 0},
+        {"1000S,0C\n  900 3\n", 100, 1, 0}, {"1000S,0C\n  900 3\n", 101, 1, 1},
+        {"1000S,4C\n  900 3\n", 10, 1, 0}, {"1000S,4C\n  900 3\n", 10, 2, 1},
+        {"0S,0C\n  900000 30000\n", 1 << 30, 1, 0}, {"1000S,0C\n  -500 1\n", 1000, 1, 0},
         {"1000S,0C\n  -500 1\n", 1001, 1, 1},
         {"1000S,0C\n  900 3", 500, 1, 0},  // untrusted: no strict answer, not over
     };
@@ -322,8 +214,7 @@ TEST_F(MaildirppTest, OverQuotaComparesUsagePlusTheNewMessage)
 TEST_F(MaildirppTest, FileIsBackdatedWhenTheMaildirsOwnFoldersCannotBeExamined)
 {
     ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 10), 1);
-    EXPECT_GE(lstatOf(kMaildir + "/maildirsize").st_mtime, std::time(nullptr) - 5)
-        << "a quiet Maildir keeps a fresh file";
+    EXPECT_GE(lstatOf(kMaildir + "/maildirsize").st_mtime, std::time(nullptr) - 5) << "a quiet Maildir keeps a fresh file";
 
     fs::remove(kMaildir + "/cur");
     // The scan reference is the newest scanned folder.
@@ -332,11 +223,9 @@ TEST_F(MaildirppTest, FileIsBackdatedWhenTheMaildirsOwnFoldersCannotBeExamined)
         struct timeval old[2] = {{stamp, 0}, {stamp, 0}};
         ASSERT_EQ(::utimes((kMaildir + folder).c_str(), old), 0) << folder;
     }
-    CaptureFd err(2);
-    ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 10), 1);
-    err.restore();
+    const std::string err = stderrOf([] { ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, 10), 1); });
     EXPECT_EQ(lstatOf(kMaildir + "/maildirsize").st_mtime, 1600000000 - 960);
-    EXPECT_EQ(err.text().rfind("Maildir subfolder 'cur' stat failed", 0), 0u) << err.text();
+    EXPECT_EQ(err.rfind("Maildir subfolder 'cur' stat failed", 0), 0u) << err;
 }
 
 TEST_F(MaildirppTest, PlantedNamesAreRefusedAndCreationGivesUp)
@@ -348,14 +237,11 @@ TEST_F(MaildirppTest, PlantedNamesAreRefusedAndCreationGivesUp)
     ASSERT_EQ(::gethostname(host, sizeof host), 0);
     const std::time_t now = std::time(nullptr);
     for (std::time_t t = now; t < now + 30; ++t) {
-        const std::string name = kMaildir + "/tmp/" + std::to_string(t) + "." +
-                                 std::to_string(::getpid()) + "." + host + "-maildirsize";
+        const std::string name = kMaildir + "/tmp/" + std::to_string(t) + "." + std::to_string(::getpid()) + "." +
+                                 host + "-maildirsize";
         ASSERT_EQ(::symlink(victim.c_str(), name.c_str()), 0);
     }
-    CaptureFd err(2);
-    EXPECT_EQ(store_maildirpp_quota_raw(kMaildir, 10), 0);
-    err.restore();
-    EXPECT_EQ(err.text(),
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(store_maildirpp_quota_raw(kMaildir, 10), 0); }),
               "Maximal allowed number of attempts to create a maildirsize file exceeded\n"
               "System error 11: Resource temporarily unavailable\n");
     EXPECT_EQ(readFile(victim), "untouched");
@@ -370,13 +256,10 @@ TEST_F(MaildirppTest, DirSizeAddsEverythingBelowWithoutFollowingLinks)
     writeFile(top + "/a/b/two", std::string(5000, 'x'));
     writeFile(kHome + "/outside", std::string(70000, 'x'));
     ASSERT_EQ(::symlink((kHome + "/outside").c_str(), (top + "/a/link").c_str()), 0);
-
     long long bytes = 0, blocks = 0;
-    for (const std::string& p : {top, top + "/one", top + "/a", top + "/a/b", top + "/a/b/two",
-                                 top + "/a/link"}) {
-        const struct stat st = lstatOf(p);
-        bytes += st.st_size;
-        blocks += st.st_blocks * 512;
+    for (const std::string& p : {top, top + "/one", top + "/a", top + "/a/b", top + "/a/b/two", top + "/a/link"}) {
+        bytes += lstatOf(p).st_size;
+        blocks += lstatOf(p).st_blocks * 512;
     }
     EXPECT_EQ(get_dir_size(top, false), bytes);
     EXPECT_EQ(get_dir_size(top, true), blocks);

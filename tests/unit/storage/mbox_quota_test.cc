@@ -7,17 +7,13 @@
 #include "storage/maildirpp_manager.h"
 #include "storage/mbox_quota.h"
 #include "storage_fixture.h"
-#include "support/capture.h"
 #include "support/child.h"
 
 namespace fs = boost::filesystem;
 using quelt::mail::MaildirPPManager;
-using storage_test::readFile;
+using namespace storage_test;
 
 namespace {
-
-const std::string kRoot = "/var/qmail/mailnames";
-const std::string kEmptyUsage = "           0           0\n";
 
 std::string maildirsizeOf(const std::string& domain, const std::string& mailname)
 {
@@ -43,16 +39,11 @@ protected:
         sql("INSERT INTO Limits (id, limit_name, value) VALUES (5, 'mbox_quota', '1048576'), "
             "(6, 'mbox_quota', '42')");
         fs::remove_all(kRoot);
-        auto& manager = MaildirPPManager::getInstance();
-        for (const auto& [domain, mailname] :
-             std::vector<std::pair<std::string, std::string>>{{"main.test", "info"},
-                                                              {"main.test", "sales"},
-                                                              {"main.test", "odd"},
-                                                              {"hosted.test", "info"},
-                                                              {"bare.test", "info"},
-                                                              {"xn--bcher-kva.test", "info"}}) {
-            manager.createMailnameHome(domain, mailname);
-            fs::remove(kRoot + "/" + domain + "/" + mailname + "/@attachments");
+        for (const std::string address : {"main.test/info", "main.test/sales", "main.test/odd", "hosted.test/info",
+                                          "bare.test/info", "xn--bcher-kva.test/info"}) {
+            const auto slash = address.find('/');
+            MaildirPPManager::getInstance().createMailnameHome(address.substr(0, slash), address.substr(slash + 1));
+            fs::remove(kRoot + "/" + address + "/@attachments");
         }
     }
     void TearDown() override { fs::remove_all(kRoot); }
@@ -66,36 +57,26 @@ protected:
     MysqlHandle panel_;
 };
 
-TEST_F(MboxQuotaTest, StoreChargesAttachmentsAndConvertsTheDomain)
+TEST_F(MboxQuotaTest, StoreChargesAttachmentsConvertsTheDomainAndReportsAMissingMailbox)
 {
     ASSERT_EQ(store_mbox_quota("b\xc3\xbc" "cher.test", "info", 0), 1);
     EXPECT_EQ(maildirsizeOf("xn--bcher-kva.test", "info"), "1S,0C\n" + kEmptyUsage);
 
     const std::string attachments = kRoot + "/main.test/info/@attachments";
     fs::create_directory(attachments);
-    const long long own = storage_test::lstatOf(attachments).st_size;
+    const long long own = lstatOf(attachments).st_size;
     ASSERT_EQ(store_mbox_quota("main.test", "info", -1), 1);
     EXPECT_EQ(maildirsizeOf("main.test", "info"), "0S,0C\n" + kEmptyUsage);
     ASSERT_EQ(store_mbox_quota("main.test", "info", 10000), 1);
     EXPECT_EQ(maildirsizeOf("main.test", "info"),
               std::to_string(10000 - own) + "S,0C\n" + kEmptyUsage);
 
-    CaptureFd err(2);
-    ASSERT_EQ(store_mbox_quota("main.test", "info", own - 1), 1);
-    err.restore();
+    EXPECT_EQ(stderrOf([&] { ASSERT_EQ(store_mbox_quota("main.test", "info", own - 1), 1); }),
+              "WARNING: @attachments directory is big enough to disable delivery!\n");
     EXPECT_EQ(maildirsizeOf("main.test", "info"), "1S,0C\n" + kEmptyUsage);
-    EXPECT_EQ(err.text(), "WARNING: @attachments directory is big enough to disable delivery!\n");
-}
-
-TEST_F(MboxQuotaTest, StoreReportsAMissingMailbox)
-{
-    CaptureFd err(2);
-    EXPECT_EQ(store_mbox_quota("main.test", "nobody", 10), 0);
-    err.restore();
-    const std::string home = kRoot + "/main.test/nobody";
-    EXPECT_EQ(err.text(), "unable to change to mbox folder " + home +
-                              ": No such file or directory\nSystem error 2: No such file or "
-                              "directory\n");
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(store_mbox_quota("main.test", "nobody", 10), 0); }),
+              "unable to change to mbox folder " + kRoot + "/main.test/nobody: No such file or directory\n"
+              "System error 2: No such file or directory\n");
 }
 
 TEST_F(MboxQuotaTest, RemovalFallsBackToTheDomainsLimit)
@@ -112,10 +93,7 @@ TEST_F(MboxQuotaTest, RemovalFallsBackToTheDomainsLimit)
         ASSERT_EQ(rm_mbox_quota(c.domain, "info"), 1) << c.domain;
         EXPECT_EQ(maildirsizeOf(c.domain, "info"), c.definition + kEmptyUsage) << c.domain;
     }
-    CaptureFd err(2);
-    EXPECT_EQ(rm_mbox_quota("unknown.test", "info"), 0);
-    err.restore();
-    EXPECT_EQ(err.text(), "No such domain unknown.test\n");
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(rm_mbox_quota("unknown.test", "info"), 0); }), "No such domain unknown.test\n");
 }
 
 TEST_F(MboxQuotaTest, DefaultsSpareMailboxesWithAQuotaOfTheirOwn)
@@ -134,62 +112,53 @@ TEST_F(MboxQuotaTest, DefaultsSpareMailboxesWithAQuotaOfTheirOwn)
 TEST_F(MboxQuotaTest, ManagerTurnsFailuresIntoFSError)
 {
     fs::remove_all(kRoot + "/main.test/odd");
-    CaptureFd err(2);
-    try {
-        MaildirPPManager::getInstance().setDomainQuota("main.test", 7000);
-        FAIL() << "no error";
-    } catch (const quelt::mail::FSError& e) {
-        EXPECT_STREQ(e.what(), "unable to store domain quota: Success: \"main.test\"");
-    }
-    try {
-        MaildirPPManager::getInstance().removeMailboxQuota("unknown.test", "info");
-        FAIL() << "no error";
-    } catch (const quelt::mail::FSError& e) {
-        EXPECT_STREQ(e.what(),
-                     ("unable to remove quota: Success: \"" + kRoot + "/unknown.test/info\"").c_str());
-    }
-    err.restore();
-    EXPECT_NE(err.text().find("unable to set default mbox quota for domain 'main.test' "
-                              "(processing 'odd')"),
-              std::string::npos)
-        << err.text();
+    using quelt::mail::FSError;
+    auto& manager = MaildirPPManager::getInstance();
+    const std::string err = stderrOf([&] {
+        EXPECT_EQ(thrownWhat<FSError>([&] { manager.setDomainQuota("main.test", 7000); }),
+                  "unable to store domain quota: Success: \"main.test\"");
+        EXPECT_EQ(thrownWhat<FSError>([&] { manager.removeMailboxQuota("unknown.test", "info"); }),
+                  "unable to remove quota: Success: \"" + kRoot + "/unknown.test/info\"");
+    });
+    EXPECT_NE(err.find("unable to set default mbox quota for domain 'main.test' (processing 'odd')"), std::string::npos)
+        << err;
 }
 
 TEST_F(MboxQuotaTest, MailboxSizeAddsAttachmentsToTheMaildirUsage)
 {
     const std::string home = kRoot + "/main.test/info";
-    storage_test::writeFile(home + "/Maildir/cur/1.M1.host,S=1500:2,S", "x");
-    storage_test::writeFile(home + "/Maildir/new/2.M2.host", std::string(700, 'x'));
+    writeFile(home + "/Maildir/cur/1.M1.host,S=1500:2,S", "x");
+    writeFile(home + "/Maildir/new/2.M2.host", std::string(700, 'x'));
     EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200) << "no @attachments folder";
 
     fs::create_directory(home + "/@attachments");
-    storage_test::writeFile(home + "/@attachments/a.pdf", std::string(3000, 'x'));
+    writeFile(home + "/@attachments/a.pdf", std::string(3000, 'x'));
     const long long attachments = get_dir_size(home + "/@attachments", false);
     const long long inBlocks = get_dir_size(home + "/@attachments", true);
     EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200 + attachments);
     EXPECT_EQ(get_mbox_size("info", "main.test", true), 2200 + inBlocks);
 
     // A trusted maildirsize is believed as it stands.
-    storage_test::writeFile(home + "/Maildir/maildirsize", "0S,0C\n  100 1\n");
+    writeFile(home + "/Maildir/maildirsize", "0S,0C\n  100 1\n");
     EXPECT_EQ(get_mbox_size("info", "main.test", false), 100 + attachments);
 }
 
 TEST_F(MboxQuotaTest, MailboxSizeEndsTheProcessWhenItCannotCount)
 {
-    const ChildResult missing = runInChild([] {
-        get_mbox_size("nobody", "main.test", false);
-        return 0;
-    });
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, "Unable to calculate Maildir++ size: No such file or directory\n"
-                           "System error 2: No such file or directory\n");
-
-    const ChildResult badDomain = runInChild([] {
-        get_mbox_size("info", "bad..test", false);
-        return 0;
-    });
-    EXPECT_EQ(badDomain.status, 1);
-    EXPECT_EQ(badDomain.err, "idn_toascii() failed: Invalid length\n");
+    const std::pair<const char*, std::string> cases[] = {
+        {"nobody@main.test", "Unable to calculate Maildir++ size: No such file or directory\n"
+                             "System error 2: No such file or directory\n"},
+        {"info@bad..test", "idn_toascii() failed: Invalid length\n"},
+    };
+    for (const auto& [address, message] : cases) {
+        const std::string a = address;
+        const ChildResult child = runInChild([&] {
+            get_mbox_size(a.substr(0, a.find('@')), a.substr(a.find('@') + 1), false);
+            return 0;
+        });
+        EXPECT_EQ(child.status, 1) << address;
+        EXPECT_EQ(child.err, message) << address;
+    }
 }
 
 }  // namespace

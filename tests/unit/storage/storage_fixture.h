@@ -1,18 +1,22 @@
-// Helpers of the storage tests: the sandbox's mail owner, file modes and owners, small files.
+// Helpers of the storage tests: the sandbox's mail owner, file modes, and maildirsize lines.
 #pragma once
 
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <sstream>
+#include <cstdio>
 #include <string>
 
 #include <boost/filesystem.hpp>
 #include <gtest/gtest.h>
 
+#include "support/capture.h"
+#include "support/io.h"
+
 namespace storage_test {
+
+const std::string kRoot = "/var/qmail/mailnames";
 
 struct Owner {
     uid_t uid;
@@ -37,19 +41,16 @@ inline struct stat lstatOf(const std::string& path)
     return st;
 }
 
-inline std::string readFile(const std::string& path)
+// Owner popuser, its group, and `mode`: "ok", or what differs.
+inline std::string popuserOwns(const std::string& path, mode_t mode)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void writeFile(const std::string& path, const std::string& text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    ASSERT_TRUE(out.good()) << path;
+    const Owner owner = popuser();
+    const struct stat st = lstatOf(path);
+    if (st.st_uid != owner.uid || st.st_gid != owner.gid)
+        return path + " owned by " + std::to_string(st.st_uid) + ":" + std::to_string(st.st_gid);
+    if ((st.st_mode & 07777) != mode)
+        return path + " has mode " + std::to_string(st.st_mode & 07777);
+    return "ok";
 }
 
 inline mode_t currentUmask()
@@ -58,5 +59,15 @@ inline mode_t currentUmask()
     ::umask(mask);
     return mask;
 }
+
+// A maildirsize usage line.
+inline std::string usageLine(long long bytes, unsigned long long count)
+{
+    char line[32];
+    std::snprintf(line, sizeof line, "%12lld%12llu\n", bytes, count);
+    return line;
+}
+
+const std::string kEmptyUsage = usageLine(0, 0);
 
 }  // namespace storage_test

@@ -1,11 +1,11 @@
-// Captures what the process writes to one descriptor (1 or 2) into a temporary file.
+// Captures what the process writes to one descriptor (1 or 2) into a temporary file, and what a
+// piece of code writes to standard error or throws.
 #pragma once
 
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <iostream>
 #include <string>
 
 class CaptureFd {
@@ -54,3 +54,26 @@ private:
     int saved_ = -1;
     std::FILE* file_;
 };
+
+// What `body` writes to standard error, std::clog included.
+template <class F>
+std::string stderrOf(F&& body)
+{
+    CaptureFd err(2);
+    body();
+    std::clog.flush();
+    err.restore();
+    return err.text();
+}
+
+// The text of the E that `body` throws, or "(nothing thrown)"; other exceptions pass through.
+template <class E, class F>
+std::string thrownWhat(F&& body)
+{
+    try {
+        body();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "(nothing thrown)";
+}

@@ -8,13 +8,14 @@
 #include <sys/mount.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "support/io.h"
 
 // Postfix's tools wait (in 300 ms steps, up to about two seconds) while main.cf looks freshly
 // written; tests that just wrote it move its time a minute back instead of waiting.
@@ -106,17 +107,3 @@ private:
     std::string tool_;
     std::string dir_;
 };
-
-// Standard output of a shell command line (for looking at results in tests only).
-inline std::string shellOutput(const std::string& command)
-{
-    std::string out;
-    if (std::FILE* p = ::popen(command.c_str(), "r")) {
-        char buf[4096];
-        size_t n;
-        while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-            out.append(buf, n);
-        ::pclose(p);
-    }
-    return out;
-}
