@@ -170,17 +170,7 @@ bool listHas(const std::string& value, const std::string& item)
     // A multi-word item ("check_sender_access hash:...") is found as consecutive words.
     const std::list<std::string> words = listWords(value);
     const std::list<std::string> wanted = listWords(item);
-    for (auto it = words.begin(); it != words.end(); ++it) {
-        auto w = it;
-        auto x = wanted.begin();
-        while (w != words.end() && x != wanted.end() && *w == *x) {
-            ++w;
-            ++x;
-        }
-        if (x == wanted.end())
-            return true;
-    }
-    return false;
+    return std::search(words.begin(), words.end(), wanted.begin(), wanted.end()) != words.end();
 }
 
 void ensureMainCf(const std::string& mailRoot, const MailUser& user, std::ostream& out, int& changes)
