@@ -157,15 +157,4 @@ TEST(CipherContexts, ReferencesKeepTheContextUntilTheLastCleanup)
               "Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A programming error?\n");
 }
 
-TEST(CipherKeys, GeneratedKeysAreFreshAndNeedRoom)
-{
-    unsigned char a[32], b[40], small[31];
-    errno = 0;
-    EXPECT_EQ(mail_aes_gen_key(small, sizeof small), 0);
-    EXPECT_EQ(errno, EINVAL);
-    ASSERT_EQ(mail_aes_gen_key(a, sizeof a), 32);
-    ASSERT_EQ(mail_aes_gen_key(b, sizeof b), 32);
-    EXPECT_NE(std::string(reinterpret_cast<char*>(a), 32), std::string(reinterpret_cast<char*>(b), 32));
-}
-
 }  // namespace

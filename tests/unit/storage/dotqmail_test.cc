@@ -125,15 +125,14 @@ TEST(DotQMailPathTest, PathsUseTheAsciiDomainAndValidMailnames)
     const std::string fits = kRoot + "/example.com/info/.qmail";
     EXPECT_EQ(get_dotqmail_path(path, fits.size() + 1, "info", "example.com"), 0);
 
+    const std::string kEmpty = "empty mailname or maildomain\n";
     const struct {
-        std::string mailname;
-        std::string domain;
+        std::string mailname, domain;
         size_t size;
         std::string message;
     } failures[] = {
-        {".info", "example.com", kDotQMailPathMax, "empty mailname or maildomain\n"},
-        {"", "example.com", kDotQMailPathMax, "empty mailname or maildomain\n"},
-        {"info", "", kDotQMailPathMax, "empty mailname or maildomain\n"},
+        {".info", "example.com", kDotQMailPathMax, kEmpty}, {"", "example.com", kDotQMailPathMax, kEmpty},
+        {"info", "", kDotQMailPathMax, kEmpty},
         {"info", "example.com", fits.size(),
          "Either domain name 'example.com' or mailname 'info' are too long to store .qmail path "
          "in the provided buffer\n"},
