@@ -14,7 +14,7 @@ bench=$top/build/bench/mbox_size_bench
 [ -x "$bench" ] || { echo "build first: $bench is missing" >&2; exit 1; }
 
 if [ -z "${MAILRIG_SANDBOX_INSIDE:-}" ]; then
-  exec "$top/tests/sandbox/sandbox.sh" bash "${BASH_SOURCE[0]}" "$runs" "$messages"
+  exec "$top/sandbox/sandbox.sh" bash "${BASH_SOURCE[0]}" "$runs" "$messages"
 fi
 
 home=/var/qmail/mailnames/example.com/info

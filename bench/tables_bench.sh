@@ -7,7 +7,7 @@
 set -euo pipefail
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 if [ -z "${MAILRIG_SANDBOX_INSIDE:-}" ]; then
-  exec "$top/tests/sandbox/sandbox.sh" bash "${BASH_SOURCE[0]}" "$@"
+  exec "$top/sandbox/sandbox.sh" bash "${BASH_SOURCE[0]}" "$@"
 fi
 sizes=${*:-1000000}
 rounds=${ROUNDS:-3}

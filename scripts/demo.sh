@@ -6,4 +6,4 @@ set -euo pipefail
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 echo "== installing dependencies and building (scripts/build.sh)"
 bash "$top/scripts/build.sh" >/dev/null
-exec "$top/tests/sandbox/sandbox.sh" "$top/tests/sandbox/mariadb.sh" run bash "$top/scripts/demo-inside.sh" "$top/build"
+exec "$top/sandbox/sandbox.sh" "$top/sandbox/mariadb.sh" run bash "$top/scripts/demo-inside.sh" "$top/build"

@@ -1,7 +1,7 @@
 # The five domain commands end to end: real postmap, SQLite password and handler databases,
 # the panel database on a private MariaDB server, Maildir trees on disk.
 . "$MAILRIG_TESTS/scenario/lib.sh"
-mdb=$MAILRIG_TESTS/sandbox/mariadb.sh
+mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
 "$mdb" start >/dev/null
 trap '"$mdb" stop >/dev/null' EXIT
 

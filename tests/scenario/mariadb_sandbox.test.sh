@@ -1,7 +1,7 @@
 # The sandbox's private MariaDB server: it serves the panel account, opens no TCP port, passes
 # the command's status through, and leaves no process behind, also when the command fails.
 . "$MAILRIG_TESTS/scenario/lib.sh"
-db=$MAILRIG_TESTS/sandbox/mariadb.sh
+db=$MAILRIG_SANDBOX_DIR/mariadb.sh
 pidfile=$MAILRIG_SANDBOX_ROOT/mariadb/server.pid
 
 running() { kill -0 "$1" 2>/dev/null; }

@@ -1,4 +1,4 @@
-// The panel database on a real MariaDB server (tests/sandbox/mariadb.sh): connection, lookups,
+// The panel database on a real MariaDB server (sandbox/mariadb.sh): connection, lookups,
 // escaping, the misc settings, and password changes spread over aliases.
 #include "auth/panel_db.h"
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # A private MariaDB server for tests that read the panel database. Runs only inside
-# tests/sandbox/sandbox.sh: its data lives on the sandbox's tmpfs, it listens on no TCP port
+# sandbox/sandbox.sh: its data lives on the sandbox's tmpfs, it listens on no TCP port
 # (--skip-networking), and its socket is the client library's default path on a /run/mysqld
 # that only this namespace sees.
 #
@@ -15,7 +15,7 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 if [ -z "${MAILRIG_SANDBOX_ROOT:-}" ]; then
-  echo "mariadb.sh: run inside tests/sandbox/sandbox.sh" >&2
+  echo "mariadb.sh: run inside sandbox/sandbox.sh" >&2
   exit 2
 fi
 

@@ -4,11 +4,11 @@
 # writable layer is a tmpfs, and the mail system's own folders start empty. The host is never
 # modified and the namespace dies with the command.
 #
-#   tests/sandbox/sandbox.sh COMMAND [ARGS...]
+#   sandbox/sandbox.sh COMMAND [ARGS...]
 #
-# Inside: Postfix's config is the fixture in tests/sandbox/postfix, the users popuser and
+# Inside: Postfix's config is the fixture in sandbox/postfix, the users popuser and
 # postfix exist, and the host name is mail.sandbox.test. Helpers for what a test may add
-# (a private MariaDB server, stand-in programs) are in tests/sandbox/*.sh.
+# (a private MariaDB server, stand-in programs) are in sandbox/*.sh.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
