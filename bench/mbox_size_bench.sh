@@ -7,6 +7,7 @@
 # Runs inside the test sandbox, so the tree lives in memory and the host is untouched.
 #   bench/mbox_size_bench.sh [runs] [messages]   (expects a build in ./build)
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/timing.sh"
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 runs=${1:-11}
 messages=${2:-100000}
@@ -43,14 +44,6 @@ for i in range(count):
 PY
 }
 
-time_us() {
-  local start end
-  start=$(date +%s%N)
-  "$@" >/dev/null 2>&1
-  end=$(date +%s%N)
-  echo $(( (end - start) / 1000 ))
-}
-median() { printf '%s\n' "$@" | sort -n | sed -n "$(( ($# + 1) / 2 ))p"; }
 
 measure() {
   local shape=$1

@@ -3,6 +3,7 @@
 # what mailrig's start-up costs beyond exec'ing a C++ binary at all. Median of N runs each.
 #   bench/startup.sh [runs]   (expects a build in ./build)
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/timing.sh"
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 runs=${1:-201}
 mailrig=$top/build/src/front/dispatch/mailrig
@@ -14,18 +15,10 @@ g++ -O2 -o "$tmp/trivial" "$tmp/trivial.cc"
 
 # Alternate the two programs run by run so that load from anything else hits both alike.
 declare -a mt=() tt=()
-time_us() {
-  local start end
-  start=$(date +%s%N)
-  "$@" >/dev/null 2>&1
-  end=$(date +%s%N)
-  echo $(( (end - start) / 1000 ))
-}
 for ((i = 0; i < runs; i++)); do
   mt+=("$(time_us "$mailrig" --help)")
   tt+=("$(time_us "$tmp/trivial")")
 done
-median() { printf '%s\n' "$@" | sort -n | sed -n "$(( ($# + 1) / 2 ))p"; }
 m=$(median "${mt[@]}")
 t=$(median "${tt[@]}")
 echo "runs: $runs each, interleaved"

@@ -5,6 +5,7 @@
 #   bench/tables_bench.sh [records...]   (default 1000000; expects a build in ./build)
 #   ROUNDS=3 ADDS=21 to change the repetitions.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/timing.sh"
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 if [ -z "${MAILRIG_SANDBOX_INSIDE:-}" ]; then
   exec "$top/sandbox/sandbox.sh" bash "${BASH_SOURCE[0]}" "$@"
@@ -35,7 +36,6 @@ function keep(e) { return !(e == D || (length(e) > length(D) + 1 && substr(e, le
 }
 AWK
 
-median() { printf '%s\n' "$@" | sort -n | sed -n "$(( ($# + 1) / 2 ))p"; }
 restore() { cp "$work/virtual.db" "$dir/virtual.db"; sync; }
 dumpsum() { postmap -s "$table" | LC_ALL=C sort | md5sum | cut -c1-32; }
 
