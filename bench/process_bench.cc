@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "services/exec_cmd.h"
-#include "services/pipe.h"
+#include "services/process/exec_cmd.h"
+#include "services/process/pipe.h"
 
 extern char** environ;
 

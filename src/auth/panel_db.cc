@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "model/idn.h"
+#include "model/names/idn.h"
 #include "runtime/fd_owner.h"
 #include "runtime/log.h"
 

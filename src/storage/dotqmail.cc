@@ -14,8 +14,8 @@
 #include "runtime/line_file.h"
 #include "runtime/log.h"
 #include "runtime/zvt_conf.h"
-#include "model/idn.h"
-#include "model/mailname.h"
+#include "model/names/idn.h"
+#include "model/names/mailname.h"
 #include "storage/popuser.h"
 
 namespace {

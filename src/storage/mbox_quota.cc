@@ -12,7 +12,7 @@
 #include "runtime/zvt_conf.h"
 #include "auth/mysql_connection.h"
 #include "auth/panel_db.h"
-#include "model/idn.h"
+#include "model/names/idn.h"
 #include "storage/fs_scopes.h"
 #include "storage/maildirpp.h"
 

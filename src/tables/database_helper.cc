@@ -3,11 +3,11 @@
 
 #include <sys/wait.h>
 
-#include "config/check_output.h"
-#include "config/postfix_tool.h"
+#include "config/maincf/check_output.h"
+#include "config/maincf/postfix_tool.h"
 #include "runtime/errors.h"
-#include "services/mk_lock.h"
-#include "services/tmp_file.h"
+#include "services/process/mk_lock.h"
+#include "services/process/tmp_file.h"
 
 namespace quelt::mail::postfix {
 

@@ -17,10 +17,10 @@
 
 #include "auth/passwd_db.h"
 #include "auth/passwd_location.h"
-#include "config/main_cf_manager.h"
+#include "config/maincf/main_cf_manager.h"
 #include "handlers/mail_handlers.h"
 #include "runtime/zvt_conf.h"
-#include "services/exec_cmd.h"
+#include "services/process/exec_cmd.h"
 #include "storage/popuser.h"
 #include "tables/database_helper.h"
 #include "tables/table_names.h"

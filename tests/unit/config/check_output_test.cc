@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "config/check_output.h"
+#include "config/maincf/check_output.h"
 
 namespace {
 

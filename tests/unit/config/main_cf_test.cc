@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "config/main_cf_manager.h"
+#include "config/maincf/main_cf_manager.h"
 #include "runtime/errors.h"
 #include "support/capture.h"
 #include "support/tool_spy.h"

@@ -1,6 +1,6 @@
 // The domain manager against the real postmap, Maildir trees and the panel database, in the
 // sandbox (host name mail.sandbox.test), with a spy over postmap that counts and fails runs.
-#include "model/domain_manager.h"
+#include "model/managers/domain_manager.h"
 
 #include <gtest/gtest.h>
 #include <strings.h>

@@ -2,7 +2,7 @@
 // their texts, and the address and plain-function forms.
 #include <gtest/gtest.h>
 
-#include "model/idn.h"
+#include "model/names/idn.h"
 
 namespace {
 

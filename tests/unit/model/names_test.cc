@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "model/ip_addr.h"
-#include "model/mailname.h"
+#include "model/names/ip_addr.h"
+#include "model/names/mailname.h"
 #include "runtime/sh_quote.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/demangle.h"
-#include "services/exec_cmd.h"
+#include "services/process/exec_cmd.h"
 #include "support/capture.h"
 #include "support/trail.h"
 

@@ -8,8 +8,8 @@
 
 #include "runtime/errors.h"
 #include "runtime/lock_file.h"
-#include "services/mk_lock.h"
-#include "services/tmp_file.h"
+#include "services/process/mk_lock.h"
+#include "services/process/tmp_file.h"
 #include "support/capture.h"
 #include "support/io.h"
 

@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/errors.h"
-#include "services/pipe.h"
+#include "services/process/pipe.h"
 #include "support/capture.h"
 #include "support/io.h"
 

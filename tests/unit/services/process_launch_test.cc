@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/errors.h"
-#include "services/process_launch.h"
+#include "services/process/process_launch.h"
 #include "support/capture.h"
 
 namespace {

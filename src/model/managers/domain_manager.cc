@@ -1,5 +1,5 @@
 // Mail domains as lookup-table records.
-#include "model/domain_manager.h"
+#include "model/managers/domain_manager.h"
 
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/replace.hpp>
@@ -9,7 +9,7 @@
 
 #include "auth/panel_db.h"
 #include "auth/panel_passwd.h"
-#include "model/hostname.h"
+#include "model/managers/hostname.h"
 #include "runtime/sh_quote.h"
 #include "runtime/uerr.h"
 #include "storage/maildirpp_manager.h"

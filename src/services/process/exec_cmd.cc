@@ -1,5 +1,5 @@
 // A command object for one external program and its failure report.
-#include "services/exec_cmd.h"
+#include "services/process/exec_cmd.h"
 
 #include <cerrno>
 

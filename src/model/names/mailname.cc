@@ -1,5 +1,5 @@
 // Validation of a mailname (the local part of a mailbox address).
-#include "model/mailname.h"
+#include "model/names/mailname.h"
 
 #include <cctype>
 #include <cstring>

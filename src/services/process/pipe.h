@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "services/process_launch.h"
-#include "services/process_set_catcher.h"
+#include "services/process/process_launch.h"
+#include "services/process/process_set_catcher.h"
 
 namespace quelt::process {
 

@@ -1,5 +1,5 @@
 // Pipelines of child processes, run synchronously with their streams served by one select loop.
-#include "services/pipe.h"
+#include "services/process/pipe.h"
 
 #include <signal.h>
 #include <sys/select.h>

@@ -1,5 +1,5 @@
 // The host's fully qualified name.
-#include "model/hostname.h"
+#include "model/managers/hostname.h"
 
 #include <syslog.h>
 #include <unistd.h>

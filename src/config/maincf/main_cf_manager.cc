@@ -1,13 +1,13 @@
 // Postfix's main.cf, read through `postconf -h` and written through `postconf -e` only.
-#include "config/main_cf_manager.h"
+#include "config/maincf/main_cf_manager.h"
 
 #include <boost/algorithm/string/join.hpp>
 #include <boost/algorithm/string/trim.hpp>
 
-#include "config/check_output.h"
-#include "config/postfix_tool.h"
+#include "config/maincf/check_output.h"
+#include "config/maincf/postfix_tool.h"
 #include "runtime/errors.h"
-#include "services/mk_lock.h"
+#include "services/process/mk_lock.h"
 
 namespace quelt::mail::postfix {
 

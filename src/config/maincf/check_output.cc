@@ -1,5 +1,5 @@
 // Classification of the diagnostics that Postfix's tools print on standard error.
-#include "config/check_output.h"
+#include "config/maincf/check_output.h"
 
 namespace quelt::mail::postfix {
 

@@ -1,5 +1,5 @@
 // Collects the exit of a set of children from SIGCHLD through a self-pipe.
-#include "services/process_set_catcher.h"
+#include "services/process/process_set_catcher.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>

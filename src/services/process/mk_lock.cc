@@ -1,5 +1,5 @@
 // A scoped exclusive lock file.
-#include "services/mk_lock.h"
+#include "services/process/mk_lock.h"
 
 #include <stdexcept>
 

@@ -1,5 +1,5 @@
 // Temporary files written as streams.
-#include "services/tmp_file.h"
+#include "services/process/tmp_file.h"
 
 #include <fcntl.h>
 #include <unistd.h>

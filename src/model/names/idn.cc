@@ -1,5 +1,5 @@
 // Internationalized domain names to and from their ASCII (IDNA) form, with GNU libidn.
-#include "model/idn.h"
+#include "model/names/idn.h"
 
 #include <idn-free.h>
 #include <idna.h>

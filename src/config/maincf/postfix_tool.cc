@@ -1,5 +1,5 @@
 // One run of a Postfix command-line tool (postconf, postmap) with its diagnostics collected.
-#include "config/postfix_tool.h"
+#include "config/maincf/postfix_tool.h"
 
 #include <sys/wait.h>
 

@@ -1,5 +1,5 @@
 // One child process: descriptor set-up, fork and exec, failures carried over a control pipe.
-#include "services/process_launch.h"
+#include "services/process/process_launch.h"
 
 #include <fcntl.h>
 #include <signal.h>

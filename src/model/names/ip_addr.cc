@@ -1,5 +1,5 @@
 // IP addresses as the settings and sender transports write them.
-#include "model/ip_addr.h"
+#include "model/names/ip_addr.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "services/pipe.h"
+#include "services/process/pipe.h"
 
 namespace quelt::mail::postfix {
 
