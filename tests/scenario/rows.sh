@@ -288,6 +288,9 @@ start_standin() {
   # A background job starts with SIGINT ignored; the daemon would not ignore it.
   env --default-signal=INT "$STANDIN" infinity </dev/null >/dev/null 2>&1 &
   STANDIN_PID=$!
+  # Until it has become the daemon's program, a command looking for the daemon would miss it.
+  local tries=500
+  while [ "$(readlink "/proc/$STANDIN_PID/exe")" != "$STANDIN" ] && [ $((tries -= 1)) -gt 0 ]; do sleep 0.01; done
 }
 if [ ! -e "$STANDIN" ]; then
   # Debian keeps the daemons elsewhere: give the path a file of its own in an overlay.
