@@ -161,6 +161,15 @@ TEST_F(MaildirManagerTest, RemovalDeletesTreesAndAcceptsMissingOnes)
     for (const auto& name : treeOf(kRoot))
         EXPECT_EQ(name.rfind("example.com", 0), std::string::npos) << "left behind: " << name;
     EXPECT_TRUE(fs::is_directory(kRoot + "/other.example/info/Maildir"));
+
+    // A name that is not one entry of its parent never reaches the disk, whatever the caller
+    // checked: the root and its neighbours stay.
+    for (const std::string bad : {"", ".", "..", "a/b", "../x", "/"}) {
+        EXPECT_THROW(manager.removeDomainRoot(bad), quelt::mail::FSError) << bad;
+        EXPECT_THROW(manager.removeMailnameHome("other.example", bad), quelt::mail::FSError) << bad;
+        EXPECT_THROW(manager.createDomainRoot(bad), quelt::mail::FSError) << bad;
+    }
+    EXPECT_TRUE(fs::is_directory(kRoot + "/other.example/info/Maildir"));
 }
 
 TEST_F(MaildirManagerTest, RenamesMoveTreesButNeverOntoExistingOnes)
