@@ -1,4 +1,5 @@
 // Every command word of this build and its handler.
+#include "front/commands/attachment_commands.h"
 #include "front/commands/domain_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
@@ -13,6 +14,9 @@ CommandTable buildCommandTable()
         {"--turn-on-domain", enableDomain},
         {"--turn-off-domain", disableDomain},
         {"--set-domain-disk-quota", setDomainDiskQuota},
+        {"--list-attachments", listAttachments},
+        {"--add-attachment", addAttachment},
+        {"--remove-attachment", removeAttachment},
         {"-h", usageShortCmd},
         {"--help", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

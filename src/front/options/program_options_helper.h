@@ -49,6 +49,8 @@ public:
     // Writes the command help and ends the process with `status`.
     [[noreturn]] void usage(int status, std::ostream& out) const;
 
+    // The option table as the help prints it.
+    const po::options_description& descriptions() const { return options_; }
     const po::variables_map& values() const { return values_; }
     bool has(const std::string& name) const { return values_.count(name) > 0; }
     template <class T>
