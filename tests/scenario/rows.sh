@@ -94,7 +94,7 @@ snap_store() { # STORE: its snapshot lines, unsorted
   case $1 in
     tree)
       if [ -d "$ROOT" ]; then
-        find "$ROOT" -mindepth 1 \( -type d -printf '%P/ %u:%g %m\n' \) -o -printf '%P %u:%g %m\n'
+        find "$ROOT" \( -type d -printf '%P/ %u:%g %m\n' \) -o -printf '%P %u:%g %m\n' | sed '1s|^/|./|'
       else echo '<absent>'; fi ;;
     files) snap_files ;;
     passwd) snap_sqlite "$Q/passwd.db" ;;
@@ -219,7 +219,7 @@ row() {
   shift 3
   rows=$((rows + 1)); checks=$((checks + 1))
   local where="${BASH_SOURCE[1]##*/}:${BASH_LINENO[0]}" label
-  label="row $rows ($where, $fx): mailrig $(printf '%q ' "$@")"
+  label="row $rows ($where, $fx): ${MAILRIG##*/} $(printf '%q ' "$@")"
   use_fixture "$fx" || { fail "$label: fixture unusable"; return; }
 
   local -a problems=()
@@ -306,5 +306,6 @@ trap '"$mdb" stop >/dev/null' EXIT
 PANEL_TABLES=$(panel "SELECT table_name FROM information_schema.tables WHERE table_schema='zvt' ORDER BY 1")
 # A panel installation names its mail root in its configuration file.
 printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
+save_state bare
 "$SETUP" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
 save_state fresh
