@@ -103,9 +103,6 @@ handlers +handlers|1|4|0|20|virus|all|/usr/bin/scan|none' \
 row hooks 1 'stderr = mandatory option "--handler-type-name" is not specified' --enable-handler $H --hook=before-local
 
 # --- the retired commands only send the caller to the handler utility
-for word in --update-handler --check-handler; do
-  row hooks 1 'stderr ~ ^ERROR: [tT]his action is deprecated\. Please use the hookwarden' $word
-done
 row hooks 1 '
 stderr = ERROR: this action is deprecated. Please use the hookwarden utlitity
 stdout = ERROR: this action is deprecated. Please use the hookwarden utlitity' \
