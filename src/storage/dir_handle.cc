@@ -34,6 +34,11 @@ DirHandle::~DirHandle()
         ::closedir(dir_);
 }
 
+int DirHandle::close()
+{
+    return ::closedir(std::exchange(dir_, nullptr));
+}
+
 DirHandle::DirHandle(DirHandle&& other) noexcept : dir_(std::exchange(other.dir_, nullptr)) {}
 
 DirHandle& DirHandle::operator=(DirHandle&& other) noexcept

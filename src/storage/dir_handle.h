@@ -22,6 +22,8 @@ public:
     int fd() const { return dir_ ? ::dirfd(dir_) : -1; }
     // The next entry, nullptr at the end.
     struct dirent* next() { return ::readdir(dir_); }
+    // Closes the stream now: 0, or -1 with errno set (the handle is empty either way).
+    int close();
 
 private:
     DIR* dir_ = nullptr;

@@ -1,5 +1,7 @@
 // Every command word of this build and its handler.
+#include "front/commands/attachment_commands.h"
 #include "front/commands/domain_commands.h"
+#include "front/commands/handler_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -13,6 +15,15 @@ CommandTable buildCommandTable()
         {"--turn-on-domain", enableDomain},
         {"--turn-off-domain", disableDomain},
         {"--set-domain-disk-quota", setDomainDiskQuota},
+        {"--list-attachments", listAttachments},
+        {"--add-attachment", addAttachment},
+        {"--remove-attachment", removeAttachment},
+        {"--add-handler", addHandler},
+        {"--update-handler", updateHandler},
+        {"--remove-handler", removeHandler},
+        {"--disable-handler", disableHandler},
+        {"--enable-handler", enableHandler},
+        {"--check-handler", checkHandler},
         {"-h", usageShortCmd},
         {"--help", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

@@ -72,9 +72,14 @@ void ProgramOptionsHelper::parseOrExit(int argc, char* argv[])
     try {
         parse(argc, argv);
     } catch (const po::error& e) {
-        quelt::uerr << e.what() << std::endl;
-        usage(1, std::cout);
+        optionError(e);
     }
+}
+
+void ProgramOptionsHelper::optionError(const po::error& error) const
+{
+    quelt::uerr << error.what() << std::endl;
+    usage(1, std::cout);
 }
 
 void ProgramOptionsHelper::usage(int status, std::ostream& out) const

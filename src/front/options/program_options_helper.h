@@ -46,9 +46,15 @@ public:
     // quelt::uerr, the command help on standard output, exit status 1.
     void parseOrExit(int argc, char* argv[]);
 
+    // Ends a command-line error the way parseOrExit does; for the checks a handler makes after
+    // parsing (an option that only some values of another make mandatory).
+    [[noreturn]] void optionError(const po::error& error) const;
+
     // Writes the command help and ends the process with `status`.
     [[noreturn]] void usage(int status, std::ostream& out) const;
 
+    // The option table as the help prints it.
+    const po::options_description& descriptions() const { return options_; }
     const po::variables_map& values() const { return values_; }
     bool has(const std::string& name) const { return values_.count(name) > 0; }
     template <class T>
