@@ -15,6 +15,7 @@ build_pkgs=(
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
   util-linux procps openssl cron iproute2
+  rsyslog
 )
 
 missing=()
