@@ -14,9 +14,15 @@ expect_eq "$(grep -E '^/usr/(sbin|share/man|share/bash-completion)/' /tmp/files)
 /usr/share/bash-completion/completions/mailrig-setup
 /usr/share/man/man8/mailrig-setup.8.gz
 /usr/share/man/man8/mailrig.8.gz" "programs, pages and completion in the package"
-expect_eq "$(grep -vE '^/usr/(sbin|lib/mailrig|share)/' /tmp/files)" "" "files outside /usr/sbin, /usr/lib/mailrig and /usr/share"
+expect_eq "$(grep -vE '^/usr/(sbin|lib/mailrig|share)/' /tmp/files)" "/usr/lib/tmpfiles.d/mailrig.conf" \
+  "files outside /usr/sbin, /usr/lib/mailrig and /usr/share"
 
 dpkg-deb -x "$deb" /tmp/root
+# At boot systemd-tmpfiles makes the lock files' folder from the packaged entry.
+if command -v systemd-tmpfiles >/dev/null; then
+  systemd-tmpfiles --root=/tmp/root --create /tmp/root/usr/lib/tmpfiles.d/mailrig.conf 2>/dev/null
+  [ -d /tmp/root/run/lock/files ] || fail "the tmpfiles entry does not make /run/lock/files"
+fi
 cmp -s /tmp/root/usr/share/man/man8/mailrig.8.gz "$MAILRIG_BUILD/packaging/mailrig.8.gz" ||
   fail "the packaged page is not the one generated from this build"
 
