@@ -104,8 +104,14 @@ if in_root mailrig-setup --create-user > "$work/setup.out" 2>&1; then
 else
   fail "mailrig-setup: $(tail -3 "$work/setup.out")"
 fi
+[ "$(snapshot)" != "$before" ] || fail "mailrig-setup changed nothing"
+if in_root mailrig --add-domain --domain-name=example.com > "$work/add.out" 2>&1 &&
+   [ "$(in_root postmap -q example.com hash:/var/spool/postfix/quelt/virtual_domains)" = "example.com/" ]; then
+  pass "mailrig --add-domain: Postfix finds example.com in its virtual domains"
+else
+  fail "mailrig --add-domain: $(tail -3 "$work/add.out")"
+fi
 prepared=$(snapshot)
-[ "$prepared" != "$before" ] || fail "mailrig-setup changed nothing"
 in_root apt-get remove -y -q mailrig >> "$work/apt.log" 2>&1 || fail "apt-get remove failed"
 [ "$(snapshot)" = "$prepared" ] && pass "remove left the prepared server's tables, databases and main.cf untouched" ||
   fail "remove changed the prepared server"
