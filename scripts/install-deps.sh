@@ -15,10 +15,13 @@ build_pkgs=(
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
   util-linux procps openssl cron iproute2
+  rsyslog man-db
 )
+# Only scripts/package-check.sh needs it: a brand-new Debian root to install the package in.
+check_pkgs=(debootstrap)
 
 missing=()
-for p in "${build_pkgs[@]}" "${test_pkgs[@]}"; do
+for p in "${build_pkgs[@]}" "${test_pkgs[@]}" "${check_pkgs[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
     missing+=("$p")
   fi

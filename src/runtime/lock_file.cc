@@ -61,7 +61,7 @@ std::string mk_flock_path(const std::string& name)
 {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    std::string path = "/var/lock/files/";
+    std::string path = std::string(kLockFilesDir) + "/";
     if (EVP_Digest(name.data(), name.size(), digest, &length, EVP_md5(), nullptr) != 1)
         return std::string();
     static const char hex[] = "0123456789abcdef";

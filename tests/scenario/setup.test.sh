@@ -20,8 +20,11 @@ expect_status 1 "setup without popuser"
 grep -q '^Error: the mail user popuser does not exist; create it with$' "$ERR" || fail "missing-user message: $(cat "$ERR")"
 [ ! -e $Q/virtual.db ] || fail "tables created although the setup was refused"
 
+# /var/lock is emptied at boot, so a new server has no folder for the lock files yet.
+rmdir /var/lock/files
 STATUS=0; "$SETUP" --create-user >"$OUT" 2>"$ERR" || STATUS=$?
 expect_status 0 "setup with --create-user"
+grep -qx 'created /var/lock/files' "$OUT" || fail "lock folder not reported: $(head -3 "$OUT")"
 getent passwd popuser >/dev/null || fail "popuser not created"
 for t in virtual_domains virtual vmailbox aliases sdd_transport_maps blacklists; do
   [ -f $Q/$t.db ] || fail "table $t not created"

@@ -19,6 +19,7 @@
 #include "auth/passwd_location.h"
 #include "config/maincf/main_cf_manager.h"
 #include "handlers/mail_handlers.h"
+#include "runtime/lock_file.h"
 #include "runtime/zvt_conf.h"
 #include "services/process/exec_cmd.h"
 #include "storage/popuser.h"
@@ -203,6 +204,8 @@ int prepareServer(const SetupOptions& options, std::ostream& out)
     const MailUser user = ensureMailUser(options, mailRoot, out, changes);
 
     mailAuthDBSelectStyle(1);
+    // Every table and main.cf change below takes its lock there.
+    ensureDirectory(kLockFilesDir, 0, 0, 0755, out, changes);
     ensureDirectory(kTablesDir, 0, 0, 0755, out, changes);
     ensureDirectory(mailRoot, user.uid, user.gid, 0755, out, changes);
     ensureDirectory(fs::path(mh_db_path()).parent_path(), 0, 0, 0755, out, changes);
