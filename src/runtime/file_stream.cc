@@ -39,10 +39,12 @@ InputFile::InputFile(const std::string& path) : std::istream(nullptr)
     buf_ = attach(*this, openRetrying(path, O_RDONLY, 0), std::ios_base::in);
 }
 
-OutputFile::OutputFile(const std::string& path, std::ios_base::openmode mode, mode_t perms)
+OutputFile::OutputFile(const std::string& path, std::ios_base::openmode mode, mode_t perms,
+                       bool exclusive)
     : std::ostream(nullptr)
 {
-    const int flags = O_WRONLY | O_CREAT | ((mode & std::ios_base::app) ? O_APPEND : O_TRUNC);
+    const int flags = O_WRONLY | O_CREAT | (exclusive ? O_EXCL : 0) |
+                      ((mode & std::ios_base::app) ? O_APPEND : O_TRUNC);
     buf_ = attach(*this, openRetrying(path, flags, perms), std::ios_base::out);
 }
 

@@ -28,12 +28,12 @@ private:
 };
 
 // Writes a file, created with `perms` (less the umask) when missing. `mode` as for
-// std::ofstream: out alone or with trunc truncates, app appends. A file that cannot be opened
-// leaves the stream failed (errno set).
+// std::ofstream: out alone or with trunc truncates, app appends; `exclusive`: the file must not
+// exist yet (EEXIST). A file that cannot be opened leaves the stream failed (errno set).
 class OutputFile : public std::ostream {
 public:
     explicit OutputFile(const std::string& path, std::ios_base::openmode mode = std::ios_base::out,
-                        mode_t perms = 0666);
+                        mode_t perms = 0666, bool exclusive = false);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 

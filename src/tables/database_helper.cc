@@ -92,6 +92,12 @@ void DatabaseHelper::runAdd(const std::string& table, const Producer& records)
 void DatabaseHelper::removeRecord(const std::string& table, const std::string& key)
 {
     refuseUnreadable(table, key, nullptr);
+    // "-d -" would make postmap read its keys from our own standard input.
+    if (key == "-") {
+        const std::vector<std::string> keys{key};
+        removeRecords(table, keys.begin(), keys.end());
+        return;
+    }
     const TableLock lock(table);
     std::string diagnostics;
     const int status = runTool({kPostmap, "-d", key, table}, diagnostics);

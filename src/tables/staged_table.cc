@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <random>
 
 #include "runtime/errors.h"
 #include "runtime/fd_owner.h"
@@ -59,6 +60,16 @@ void removeLeftovers(const fs::path& path, const std::string& prefix)
     }
 }
 
+std::string randomSuffix()
+{
+    static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::string suffix;
+    for (int i = 0; i < 6; ++i)
+        suffix += kChars[random() % (sizeof kChars - 1)];
+    return suffix;
+}
+
 }  // namespace
 
 StagedTable::StagedTable(const std::string& table)
@@ -67,25 +78,38 @@ StagedTable::StagedTable(const std::string& table)
     const fs::path path = fs::absolute(path_);
     const std::string prefix = "." + path.filename().string() + ".tmp.";
     removeLeftovers(path, prefix);
-    try {
-        text_ = std::make_unique<TmpFile>((path.parent_path() / prefix).string());
-    } catch (const SystemError& e) {
-        throw PostfixConfigurationError("unable to create the new text of " + table + ": " + e.what());
+    // Created as any new file is (0666 less the umask): postmap gives a new table the mode of
+    // its text, and a table built for the first time keeps it.
+    for (int attempt = 0;; ++attempt) {
+        textPath_ = (path.parent_path() / prefix).string() + randomSuffix();
+        text_ = std::make_unique<OutputFile>(textPath_, std::ios_base::out, 0666, true);
+        if (text_->is_open())
+            break;
+        const int reason = errno;
+        textPath_.clear();
+        if (reason != EEXIST || attempt == 20) {
+            errno = reason;
+            fail("create the new text of", table);
+        }
     }
-    name_ = typePrefix(table) + text_->path();
-    built_ = text_->path() + suffix_;
+    name_ = typePrefix(table) + textPath_;
+    built_ = textPath_ + suffix_;
 }
 
 StagedTable::~StagedTable()
 {
+    text_.reset();
+    if (!textPath_.empty())
+        ::unlink(textPath_.c_str());
     if (!installed_)
         ::unlink(built_.c_str());
 }
 
 void StagedTable::closeText()
 {
-    if (!text_->close())
-        fail("write", text_->path());
+    text_->close();
+    if (text_->fail())
+        fail("write", textPath_);
 }
 
 void StagedTable::install()

@@ -5,7 +5,7 @@
 #include <ostream>
 #include <string>
 
-#include "services/process/tmp_file.h"
+#include "runtime/file_stream.h"
 
 namespace quelt::mail::postfix {
 
@@ -35,7 +35,8 @@ public:
 private:
     std::string path_;
     std::string suffix_;
-    std::unique_ptr<TmpFile> text_;
+    std::string textPath_;
+    std::unique_ptr<OutputFile> text_;
     std::string name_;
     std::string built_;
     bool installed_ = false;

@@ -137,6 +137,11 @@ TEST_F(Safety, IncrementalChangesWaitForTheTablesLock)
         EXPECT_EQ(runsWhileLocked(lock, change), (std::vector<std::string>{"released", run}));
     }
     EXPECT_EQ(dump(kVirtual), "c\t3\n");
+
+    // A key "-" on postmap's command line would mean "read the keys from standard input".
+    seed(kVirtual, "- 1\n");
+    DatabaseHelper::removeRecord(kVirtual, "-");
+    EXPECT_EQ(dump(kVirtual), "c\t3\n");
 }
 
 TEST_F(Safety, ARewriteReplacesTheTableWholeKeepingOwnerAndMode)
@@ -160,11 +165,19 @@ TEST_F(Safety, ARewriteReplacesTheTableWholeKeepingOwnerAndMode)
     EXPECT_EQ(after.st_mode, before.st_mode);
     EXPECT_EQ(strays(), std::set<std::string>{}) << "no text at the table's path, no staged file";
 
+    // A table built for the first time gets the mode of any new file, as postmap gives it.
+    std::ofstream(kDir + "probe") << "";
+    const Records none;
+    DatabaseHelper::replaceRecords(kMailbox, none.begin(), none.end());
+    EXPECT_EQ(statOf(kDir + "vmailbox.db").st_mode, statOf(kDir + "probe").st_mode);
+    std::filesystem::remove(kDir + "probe");
+
     const db::ElementsFilter<db::NotInDomainFilter> drop(db::NotInDomainFilter("d.com", false));
     DatabaseHelper::filterRecords(kVirtual, drop);
     EXPECT_EQ(statOf(db).st_ino, after.st_ino) << "a pass that changes nothing renames nothing";
     EXPECT_EQ(statOf(db).st_mtim.tv_nsec, after.st_mtim.tv_nsec);
-    EXPECT_EQ(runs(), (std::vector<std::string>{"-r hash:" + kDir + ".virtual.tmp.XXXXXX", "-s " + kVirtual}));
+    EXPECT_EQ(runs(), (std::vector<std::string>{"-r hash:" + kDir + ".virtual.tmp.XXXXXX",
+                                                "-r hash:" + kDir + ".vmailbox.tmp.XXXXXX", "-s " + kVirtual}));
     EXPECT_EQ(strays(), std::set<std::string>{});
 }
 
