@@ -30,6 +30,16 @@ TEST(LockFile, NamedByTheMd5OfTheKeyAndKeptAfterRelease)
     EXPECT_TRUE(exists(path)) << "the lock file is never deleted";
 }
 
+TEST(LockFile, TheFolderOfKeyedLocksIsMadeAgainWhenGone)
+{
+    shellOutput("rm -rf /var/lock/files");
+    lock_ptr lock = mk_lock("after-a-boot", true);
+    EXPECT_TRUE(is_locked(lock));
+    struct stat info {};
+    ASSERT_EQ(::stat("/var/lock/files", &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0755u);
+}
+
 TEST(LockFile, NonBlockingAttemptOnAHeldLockSaysAlreadyLocked)
 {
     lock_ptr held = mk_lock("held-name", true);
