@@ -17,8 +17,6 @@
 
 namespace {
 
-const char kLockDir[] = "/var/lock/files";
-
 lock_ptr mk_lock_(const std::string& name, int openFlags, int operation, bool hash)
 {
     auto lock = std::make_unique<lock_struct_t>();
@@ -26,7 +24,7 @@ lock_ptr mk_lock_(const std::string& name, int openFlags, int operation, bool ha
     // Close-on-exec: a child must not keep the lock alive after we release it.
     quelt::FdOwner fd(::open(lock->path.c_str(), openFlags | O_CLOEXEC, 0644));
     // /var/lock is a tmpfs on most systems: the folder of the keyed locks is gone after a boot.
-    if (!fd.valid() && errno == ENOENT && hash && ::mkdir(kLockDir, 0755) == 0)
+    if (!fd.valid() && errno == ENOENT && hash && ::mkdir(kLockFilesDir, 0755) == 0)
         fd.reset(::open(lock->path.c_str(), openFlags | O_CLOEXEC, 0644));
     if (!fd.valid()) {
         const int saved = errno;
