@@ -1,5 +1,7 @@
 // Every command word of this build and its handler.
+#include "front/commands/alias_commands.h"
 #include "front/commands/domain_commands.h"
+#include "front/commands/mailname_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -8,6 +10,18 @@ namespace quelt::mail::postfix::mailrig_commands {
 CommandTable buildCommandTable()
 {
     return CommandTable{
+        {"--add-mailname", addMailname},
+        {"--remove-mailname", removeMailname},
+        {"--rename-mailname", renameMailname},
+        {"--add-mailbox", addMailbox},
+        {"--remove-mailbox", removeMailbox},
+        {"--get-mailbox-size", getMailboxSize},
+        {"--set-password", setPassword},
+        {"--set-mailbox-disk-quota", setMailboxDiskQuota},
+        {"--add-redirect", addRedirect},
+        {"--remove-redirect", removeRedirect},
+        {"--add-alias", addAlias},
+        {"--remove-alias", removeAlias},
         {"--add-domain", addDomain},
         {"--remove-domain", removeDomain},
         {"--turn-on-domain", enableDomain},

@@ -1,0 +1,12 @@
+// The alias and redirect commands of a mailname: mail aliases sharing its mailbox, password
+// and handlers, and forwarding lines in its .qmail file.
+#pragma once
+
+namespace quelt::mail::postfix::mailrig_commands {
+
+int addAlias(int argc, char* argv[]);
+int removeAlias(int argc, char* argv[]);
+int addRedirect(int argc, char* argv[]);
+int removeRedirect(int argc, char* argv[]);
+
+}  // namespace quelt::mail::postfix::mailrig_commands
