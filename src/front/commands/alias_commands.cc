@@ -1,4 +1,4 @@
-// The alias and redirect commands of a mailname.
+// The alias, redirect and autoresponder commands of a mailname.
 #include "front/commands/alias_commands.h"
 
 #include <string>
@@ -6,6 +6,7 @@
 #include "auth/panel_passwd.h"
 #include "auth/passwd_db.h"
 #include "front/options/program_options_helper.h"
+#include "handlers/autoresponder.h"
 #include "handlers/mail_handlers.h"
 #include "model/managers/mailname_manager.h"
 #include "model/names/name_checks.h"
@@ -40,6 +41,18 @@ Names parseNames(ProgramOptionsHelper& options, Other other, int argc, char* arg
     const std::string& value = options.get<std::string>(otherName);
     names.other = other == Other::Alias ? quelt::names::checkedMailname(value) : quelt::names::checkedAddress(value);
     return names;
+}
+
+// The autoresponder commands take a list of mailnames, which the hook splits and checks name
+// by name: only the domain is checked here.
+int autoresponder(const char* description, const char* usageLine, int action, int argc, char* argv[])
+{
+    ProgramOptionsHelper options(description, usageLine);
+    options.add()("domain-name", po::value<std::string>(), "domain name", true)(
+        "mailname", po::value<std::string>(), "mailname", true);
+    options.parseOrExit(argc, argv);
+    const std::string domain = quelt::names::checkedDomain(options.get<std::string>("domain-name"));
+    return autoresponder_action(options.get<std::string>("mailname").c_str(), domain.c_str(), action);
 }
 
 }  // namespace
@@ -88,6 +101,20 @@ int removeRedirect(int argc, char* argv[])
 
     MailnameManager::removeForward(n.domain, n.mailname, n.other);
     return 0;
+}
+
+int addAutoresponder(int argc, char* argv[])
+{
+    return autoresponder("add autoresponder for a given mailname",
+                         "--set-autoresponder --domain-name=<domain_name> --mailname=<mail_name>", AUTORESPONDER_ADD,
+                         argc, argv);
+}
+
+int removeAutoresponder(int argc, char* argv[])
+{
+    return autoresponder("remove autoresponder for a given mailname",
+                         "--reset-autoresponder --domain-name=<domain_name> --mailname=<mail_name>",
+                         AUTORESPONDER_REMOVE, argc, argv);
 }
 
 }  // namespace quelt::mail::postfix::mailrig_commands

@@ -20,6 +20,8 @@ CommandTable buildCommandTable()
         {"--set-mailbox-disk-quota", setMailboxDiskQuota},
         {"--add-redirect", addRedirect},
         {"--remove-redirect", removeRedirect},
+        {"--set-autoresponder", addAutoresponder},
+        {"--reset-autoresponder", removeAutoresponder},
         {"--add-alias", addAlias},
         {"--remove-alias", removeAlias},
         {"--add-domain", addDomain},
