@@ -59,7 +59,7 @@ fixture nopasswd "mv $Q/passwd.db $Q/passwd.db.saved && mkdir $Q/passwd.db"
 # A folder already holding the name a mailname is renamed to.
 fixture taken "mkdir -p $ROOT/$D/office/x"
 # The mailname info without mailbox or password.
-fixture bare "mailrig_ok --add-mailname --domain-name=$D --mailname=info"
+fixture plain "mailrig_ok --add-mailname --domain-name=$D --mailname=info"
 fixture responding "mailrig_ok --set-autoresponder --domain-name=$D --mailname=info"
 
 # --- expected lines --------------------------------------------------------------------------
@@ -220,7 +220,7 @@ spy_off
 # --- --add-mailbox, --remove-mailbox, --set-password ------------------------------------------
 
 # A panel-hashed password with -D: flags 5, the missing domain rows made disabled.
-ZVT_CRYPTED_PASSWORD=$HASH row dom+aliases+bare 0 "
+ZVT_CRYPTED_PASSWORD=$HASH row dom+aliases+plain 0 "
 ${qmail}| /usr/bin/deliverquota ./Maildir
 passwd +domains|1|$D|1
 passwd +domains|2|alias1.example|1
