@@ -183,8 +183,12 @@ expect_eq "$rename_runs" 8 "postmap runs of a rename through two domain aliases"
 row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(office/x)" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office/x
 row dom+aliases+info 1 "stderr ~ ^mandatory option \"--new-mailname\" is not specified$" --rename-mailname --domain-name=$D
 
-# A home that cannot be renamed leaves the tables as they were.
+# A home that cannot be renamed leaves the tables as they were, down to the order of the dump.
+use_fixture dom+aliases+info+taken
+tables() { postmap -s hash:$Q/vmailbox; postmap -s hash:$Q/virtual; }
+before=$(tables)
 row dom+aliases+info+taken 1 "stderr ~ ^Fatal error: .*filesystem_error" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office
+expect_eq "$(tables)" "$before" "unsorted dumps of vmailbox and virtual after a failed home rename"
 # Each run of the table steps failing in turn: the completed steps are undone. Runs 5 on
 # rename the keys through the domain aliases, after the home was renamed: not undone.
 for k in $(seq 1 "$rename_runs"); do
