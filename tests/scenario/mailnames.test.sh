@@ -7,7 +7,7 @@ HASH='$1$salt$hashedpanelvalue'
 
 # The byte and block sizes of an empty folder on the mail root's file system: an empty
 # @attachments folder counts against the quota and the mailbox size.
-mkdir "$ROOT/.probe"
+mkdir -p "$ROOT/.probe"
 ATT=$(stat -c %s "$ROOT/.probe") ATT_BLOCKS=$(( $(stat -c %b "$ROOT/.probe") * 512 ))
 rmdir "$ROOT/.probe"
 
