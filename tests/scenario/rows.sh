@@ -1,0 +1,310 @@
+# Command cases as rows: a named starting state, the command line, the exit status and the
+# expected change of every store. Sourcing this starts the sandbox's MariaDB server and prepares
+# the server once with mailrig-setup; that state is the fixture `fresh`.
+#
+#   fixture NAME 'bash commands'     a state built from `fresh` (combine as "a+b")
+#   row FIXTURE RC EXPECT ARGS...    reset to FIXTURE, run mailrig ARGS, check status and changes
+#   use_fixture FIXTURE              reset to FIXTURE without running anything
+#   snapshot STORE                   the store's current snapshot lines
+#
+# EXPECT lines: `<store> +<line>`, `<store> -<line>`, `<store> *`, `stdout = <text>`,
+# `stdout ~ <ERE>` (same for stderr). `= <text>` means the whole stream is text (with \n, \t,
+# \\ escapes) plus one closing newline; a bare `=` means an empty stream. Stores not named must
+# be unchanged. Stores: the six tables, tree, files, passwd, handlers, panel, maincf, mastercf,
+# other, and signals (`trivial-rewrite INT`: a signal the stand-in of Postfix's address
+# rewriting daemon received).
+. "$MAILRIG_TESTS/scenario/lib.sh"
+export LC_ALL=C
+
+Q=/var/spool/postfix/quelt
+ROOT=/var/qmail/mailnames
+HANDLERS_DB=/var/lib/quelt/mail/handlers/handlers.db
+SETUP=$MAILRIG_BUILD/src/front/setup/mailrig-setup
+TABLES=(virtual_domains virtual vmailbox aliases sdd_transport_maps blacklists)
+STORES=" ${TABLES[*]} tree files passwd handlers panel maincf mastercf other signals "
+# What a reset puts back, grouped by parent folder (one copy per group).
+SAVED_DIRS=(/var/spool/postfix/quelt /var/qmail /var/lib/quelt /etc/postfix /etc/zvt /etc/zvt-spf
+            /etc/domainkeys /etc/sysconfig /var/spool/cron /usr/local/zvt)
+STATE=$MAILRIG_SANDBOX_ROOT/rows
+mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
+mkdir -p "$STATE"
+
+panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
+passwd_sql() { sqlite3 "$Q/passwd.db" "$1"; }
+handlers_sql() { sqlite3 "$HANDLERS_DB" "$1"; }
+dump() { postmap -s "hash:$Q/$1" | sort; }
+mailrig_ok() {
+  run "$@"
+  checks=$((checks + 1))
+  [ "$STATUS" -eq 0 ] || fail "mailrig $(printf '%q ' "$@")exited $STATUS: $(head -c 400 "$ERR")"
+}
+
+# --- snapshots -------------------------------------------------------------------------------
+
+snap_sqlite() { # DB LABEL-IF-ABSENT: every row of every table as table|col|...
+  [ -e "$1" ] || { echo '<absent>'; return; }
+  local tables sql='' t
+  tables=$(sqlite3 -readonly "$1" "SELECT name FROM sqlite_master WHERE type='table' AND name NOT LIKE 'sqlite_%'" 2>/dev/null) ||
+    { echo '<unreadable>'; return; }
+  for t in $tables; do sql+="SELECT '$t', * FROM \"$t\";"; done
+  [ -z "$sql" ] || sqlite3 -readonly "$1" "$sql" 2>/dev/null || echo '<unreadable>'
+}
+
+snap_files() { # lines of small files under the mail root, mail messages aside
+  [ -d "$ROOT" ] || return 0
+  local f rel line
+  while IFS= read -r -d '' f; do
+    rel=${f#"$ROOT"/}
+    while IFS= read -r line || [ -n "$line" ]; do printf '%s: %s\n' "$rel" "$line"; done < "$f"
+    [ ! -s "$f" ] || [ -z "$(tail -c 1 "$f")" ] || printf '%s: \\ no newline at end\n' "$rel"
+  done < <(find "$ROOT" -type f -size -64k -not -regex '.*/\(cur\|new\|tmp\)/[^/]*' -print0)
+}
+
+snap_other() { # checksums of the remaining files mailrig may write
+  local tables_re
+  tables_re=$(IFS='|'; echo "${TABLES[*]}")
+  find /etc/zvt-spf /etc/domainkeys /etc/sysconfig /var/spool/cron /usr/local/zvt /etc/zvt \
+       /etc/courier /var/lib/quelt /etc/postfix "$Q" -type f 2>/dev/null |
+    grep -Ev "^($HANDLERS_DB|/etc/postfix/(main|master)\.cf|$Q/(($tables_re)(\.db)?|passwd\.db|master\.cf\.disabled))$" |
+    xargs -r sha1sum | awk '{print $2, $1}'
+}
+
+snap_signals() {
+  [ -n "${STANDIN_PID:-}" ] || return 0
+  local state pending
+  state=$(awk '/^State:/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null)
+  pending=$(awk '/^(ShdPnd|SigPnd):/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null | sort -u | tail -1)
+  if [ -n "$state" ] && [ "$state" != Z ] && [ "$((16#${pending:-0}))" -eq 0 ]; then return 0; fi
+  # It was signalled: wait for it, name the signal, and start a fresh one for the next row.
+  local status=0
+  if [ -n "$state" ] && [ "$state" != Z ]; then
+    # Signal still pending: the lowest pending signal number.
+    local bits=$((16#$pending)) n=1
+    while [ $((bits & 1)) -eq 0 ]; do bits=$((bits >> 1)); n=$((n + 1)); done
+    kill -KILL "$STANDIN_PID" 2>/dev/null; wait "$STANDIN_PID" 2>/dev/null
+    echo "trivial-rewrite $(kill -l "$n")"
+  else
+    wait "$STANDIN_PID" 2>/dev/null || status=$?
+    if [ "$status" -gt 128 ]; then echo "trivial-rewrite $(kill -l $((status - 128)))"; else echo "trivial-rewrite exit $status"; fi
+  fi
+  start_standin
+}
+
+snap_store() { # STORE: its snapshot lines, unsorted
+  case $1 in
+    tree)
+      if [ -d "$ROOT" ]; then
+        find "$ROOT" -mindepth 1 \( -type d -printf '%P/ %u:%g %m\n' \) -o -printf '%P %u:%g %m\n'
+      else echo '<absent>'; fi ;;
+    files) snap_files ;;
+    passwd) snap_sqlite "$Q/passwd.db" ;;
+    handlers) snap_sqlite "$HANDLERS_DB" ;;
+    panel)
+      local sql='' t
+      for t in $PANEL_TABLES; do sql+="SELECT '$t', t.* FROM \`$t\` t;"; done
+      panel "$sql" ;;
+    maincf) postconf -n 2>&1 ;;
+    mastercf)
+      cat /etc/postfix/master.cf 2>/dev/null
+      [ ! -e "$Q/master.cf.disabled" ] || sed 's/^/disabled: /' "$Q/master.cf.disabled" ;;
+    other) snap_other ;;
+    signals) cat "$STATE/signals" ;;
+    *)
+      if [ -e "$Q/$1.db" ]; then postmap -s "hash:$Q/$1" 2>/dev/null || echo '<unreadable>'
+      else echo '<absent>'; fi ;;
+  esac
+}
+
+# The stand-in must be waited for by this shell, not by a pipeline's subshell.
+snapshot() { [ "$1" != signals ] || snap_signals > "$STATE/signals"; snap_store "$1" | sort; }
+
+# The files behind the stores whose snapshot is a pure function of them: a store whose files
+# kept their bytes kept its snapshot, which then need not be taken again.
+store_files() {
+  local t
+  for t in "${TABLES[@]}"; do echo "$t $Q/$t.db"; done
+  echo "passwd $Q/passwd.db"; echo "handlers $HANDLERS_DB"; echo "maincf /etc/postfix/main.cf"
+  echo "mastercf /etc/postfix/master.cf"; echo "mastercf $Q/master.cf.disabled"
+}
+store_sums() {
+  local store file
+  local -a files=()
+  while read -r store file; do
+    if [ -f "$file" ]; then files+=("$file"); else echo "$store $file not a file"; fi
+  done < <(store_files)
+  sha1sum "${files[@]}" | awk 'NR == FNR { store[$2] = $1; next } { print store[$2], $1 }' <(store_files) - | sort
+}
+
+MARK=$'\001store'
+# snapshot_all FILE [FIXTURE]: every store's lines prefixed by the store's name, sorted. With a
+# fixture, stores whose files are the fixture's reuse its snapshot.
+snapshot_all() {
+  local out=$1 base=${2:+$STATE/$2} s same=' '
+  snap_signals > "$STATE/signals"
+  if [ -n "$base" ]; then
+    store_sums > "$STATE/sums"
+    same=" $(comm -12 "$base/sums" "$STATE/sums" | awk '{print $1}' | sort -u | tr '\n' ' ')"
+    for s in $(comm -3 "$base/sums" "$STATE/sums" | awk '{print $1}'); do same=${same/ $s / }; done
+  fi
+  {
+    for s in $STORES; do
+      [[ $same == *" $s "* ]] || { printf '%s %s\n' "$MARK" "$s"; snap_store "$s"; }
+    done | awk -v mark="$MARK" '$1 == mark && NF == 2 { s = $2; next } { print s " " $0 }'
+    [ -z "$base" ] || awk -v same="$same" 'index(same, " " $1 " ")' "$base/snapshot"
+  } | sort > "$out"
+}
+
+# --- fixtures --------------------------------------------------------------------------------
+
+declare -A FIXTURES=()
+PANEL_LOADED=
+fixture() { FIXTURES[$1]=$2; }
+
+# Every store of the current state goes to $STATE/NAME; its snapshot beside.
+save_state() {
+  local dir=$STATE/$1 d
+  rm -rf "$dir"; mkdir -p "$dir/root"
+  for d in "${SAVED_DIRS[@]}"; do
+    [ -e "$d" ] || continue
+    mkdir -p "$dir/root${d%/*}"
+    cp -a "$d" "$dir/root$d"
+  done
+  mariadb-dump --no-defaults --socket=/run/mysqld/mysqld.sock -uroot --skip-dump-date zvt > "$dir/panel.sql"
+  snap_signals > /dev/null  # what a fixture's own commands sent is no row's doing
+  snapshot_all "$dir/snapshot"
+  store_sums > "$dir/sums"
+  grep '^panel ' "$dir/snapshot" | md5sum > "$dir/panel.sum"
+  PANEL_LOADED=$(cat "$dir/panel.sum")
+}
+
+restore_state() {
+  local dir=$STATE/$1 d parent
+  rm -rf "${SAVED_DIRS[@]}"
+  declare -A groups=()
+  for d in "${SAVED_DIRS[@]}"; do
+    [ -e "$dir/root$d" ] && groups[${d%/*}]+=" $dir/root$d"
+  done
+  for parent in "${!groups[@]}"; do
+    # shellcheck disable=SC2086  # folder paths of our own, no blanks
+    cp -a ${groups[$parent]} "$parent/"
+  done
+  if [ "$PANEL_LOADED" != "$(cat "$dir/panel.sum")" ]; then
+    mariadb --no-defaults --socket=/run/mysqld/mysqld.sock -uroot zvt < "$dir/panel.sql"
+    PANEL_LOADED=$(cat "$dir/panel.sum")
+  fi
+}
+
+# use_fixture NAME: the stores as NAME left them; NAME is built on first use.
+use_fixture() {
+  local name=$1 part parts
+  if [ ! -d "$STATE/$name" ]; then
+    restore_state fresh
+    IFS=+ read -ra parts <<< "$name"
+    for part in "${parts[@]}"; do
+      if [ -z "${FIXTURES[$part]+set}" ]; then fail "unknown fixture $part"; return 1; fi
+      PANEL_LOADED=  # a fixture may change the panel database
+      eval "${FIXTURES[$part]}" || { fail "fixture $part: its commands failed"; return 1; }
+    done
+    save_state "$name"
+  fi
+  restore_state "$name"
+}
+
+# --- rows ------------------------------------------------------------------------------------
+
+rows=0
+# row FIXTURE RC EXPECT ARGS...
+row() {
+  local fx=$1 rc=$2 expect=$3 line store rest
+  shift 3
+  rows=$((rows + 1)); checks=$((checks + 1))
+  local where="${BASH_SOURCE[1]##*/}:${BASH_LINENO[0]}" label
+  label="row $rows ($where, $fx): mailrig $(printf '%q ' "$@")"
+  use_fixture "$fx" || { fail "$label: fixture unusable"; return; }
+
+  local -a problems=()
+  local expected=$STATE/row.expected wild=' ' stream op text
+  : > "$expected"
+  while IFS= read -r line; do
+    line=${line#"${line%%[![:space:]]*}"}
+    [ -n "$line" ] || continue
+    store=${line%% *}; rest=${line#"$store"}; rest=${rest# }
+    case $store in
+      stdout|stderr)
+        op=${rest:0:1}; text=${rest:2}
+        case $op in
+          '=') printf '%s\t%s\n' "$store" "$text" >> "$STATE/row.streams" ;;
+          '~') printf '~%s\t%s\n' "$store" "$text" >> "$STATE/row.streams" ;;
+          *) problems+=("bad EXPECT line: $line") ;;
+        esac ;;
+      *)
+        if [[ $STORES != *" $store "* ]]; then problems+=("unknown store in EXPECT: $line")
+        elif [ "$rest" = '*' ]; then wild+="$store "
+        elif [[ $rest == [+-]* ]]; then printf '%s\n' "$line" >> "$expected"
+        else problems+=("bad EXPECT line: $line"); fi ;;
+    esac
+  done <<< "$expect"
+
+  snap_signals > /dev/null  # only this command's signals count
+  STATUS=0
+  "$MAILRIG" "$@" >"$OUT" 2>"$ERR" </dev/null || STATUS=$?
+  [ "$STATUS" -eq "$rc" ] || problems+=("exit status $STATUS, expected $rc")
+
+  if [ -e "$STATE/row.streams" ]; then
+    while IFS=$'\t' read -r stream text; do
+      local file=$OUT; [[ $stream == *stderr ]] && file=$ERR
+      if [[ $stream == '~'* ]]; then
+        grep -Eq -- "$text" "$file" || problems+=("${stream#\~} does not match /$text/")
+      elif ! cmp -s "$file" <(if [ -n "$text" ]; then printf '%b\n' "$text"; fi); then
+        local got; got=$(cat "$file"; echo .); got=${got%.}
+        problems+=("$stream is $(printf %q "$got"), expected $(printf %q "$text")")
+      fi
+    done < "$STATE/row.streams"
+    rm -f "$STATE/row.streams"
+  fi
+
+  snapshot_all "$STATE/row.after" "$fx"
+  local before=$STATE/$fx/snapshot
+  { comm -23 "$before" "$STATE/row.after" | sed 's/ / -/'
+    comm -13 "$before" "$STATE/row.after" | sed 's/ / +/'; } |
+    awk -v wild="$wild" '{ if (index(wild, " " $1 " ") == 0) print }' | sort > "$STATE/row.actual"
+  sort -o "$expected" "$expected"
+  while IFS= read -r line; do problems+=("unexpected: $line"); done < <(comm -23 "$STATE/row.actual" "$expected" | cat -v)
+  while IFS= read -r line; do problems+=("missing:    $line"); done < <(comm -13 "$STATE/row.actual" "$expected" | cat -v)
+
+  if [ ${#problems[@]} -gt 0 ]; then
+    fail "$label"
+    printf '    %s\n' "${problems[@]}" >&2
+    [ ! -s "$ERR" ] || head -c 600 "$ERR" | cat -v | sed 's/^/    stderr| /' >&2
+  fi
+}
+
+# --- the prepared server ---------------------------------------------------------------------
+
+# A stand-in for Postfix's address rewriting daemon, which the domain commands interrupt: any
+# process whose program is at that path.
+STANDIN=/usr/lib/postfix/trivial-rewrite
+start_standin() {
+  # A background job starts with SIGINT ignored; the daemon would not ignore it.
+  env --default-signal=INT "$STANDIN" infinity </dev/null >/dev/null 2>&1 &
+  STANDIN_PID=$!
+}
+if [ ! -e "$STANDIN" ]; then
+  # Debian keeps the daemons elsewhere: give the path a file of its own in an overlay.
+  layer=$MAILRIG_SANDBOX_ROOT/postfix-lib
+  mkdir -p "$layer" && mount -t tmpfs -o mode=0755 mailrig-postfix-lib "$layer"
+  mkdir -p "$layer/upper" "$layer/work"
+  mount -t overlay overlay -o "lowerdir=/usr/lib/postfix,upperdir=$layer/upper,workdir=$layer/work" /usr/lib/postfix
+  cp /usr/bin/sleep "$STANDIN"
+else
+  cp /usr/bin/sleep "$MAILRIG_SANDBOX_ROOT/standin" && mount --bind "$MAILRIG_SANDBOX_ROOT/standin" "$STANDIN"
+fi
+start_standin
+
+"$mdb" start >/dev/null || { echo "rows.sh: the panel database did not start" >&2; exit 1; }
+trap '"$mdb" stop >/dev/null' EXIT
+PANEL_TABLES=$(panel "SELECT table_name FROM information_schema.tables WHERE table_schema='zvt' ORDER BY 1")
+# A panel installation names its mail root in its configuration file.
+printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
+"$SETUP" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
+save_state fresh
