@@ -13,6 +13,7 @@
 #include "runtime/errors.h"
 #include "runtime/log.h"
 #include "runtime/zvt_conf.h"
+#include "services/manager/restart_daemon.h"
 #include "services/process/tmp_file.h"
 
 namespace {
@@ -138,4 +139,37 @@ int edit_courier_env_files(const std::vector<EnvChange>& changes)
             return -1;
     }
     return 0;
+}
+
+int set_courier_params_list(const std::vector<EnvChange>& changes)
+{
+    if (edit_courier_env_files(changes) != 0)
+        return -1;
+    return restart_daemon("courier-imap", "restart");
+}
+
+namespace {
+
+EnvChange onOff(const char* var, bool on, const char* value)
+{
+    return on ? EnvChange{var, EnvChange::Set, std::string(value)} : EnvChange{var, EnvChange::Remove, std::nullopt};
+}
+
+}  // namespace
+
+int set_courier_params(int relayClient, int popAuth, short popLockTime, int shortNames)
+{
+    std::vector<EnvChange> changes{
+        onOff("RELAYCLIENT", relayClient != 0, ""),
+        onOff("POPAUTH", popAuth != 0, "1"),
+        onOff("SHORTNAMES", shortNames != 0, "1"),
+    };
+    if (popLockTime >= 0)
+        changes.push_back(onOff("POPLOCK_TIME", popLockTime > 0, std::to_string(popLockTime).c_str()));
+    return set_courier_params_list(changes);
+}
+
+int set_courier_shortnames_params(int shortNames)
+{
+    return set_courier_params_list({onOff("SHORTNAMES", shortNames != 0, "1")});
 }

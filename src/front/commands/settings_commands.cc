@@ -9,6 +9,8 @@
 #include <boost/algorithm/string/split.hpp>
 #include <boost/lexical_cast.hpp>
 
+#include "config/files/courier_env.h"
+#include "config/files/pop_auth.h"
 #include "config/files/spf.h"
 #include "config/maincf/main_cf_manager.h"
 #include "config/settings/settings_manager.h"
@@ -16,7 +18,9 @@
 #include "model/names/name_checks.h"
 #include "model/names/network_check.h"
 #include "runtime/ascii_numeric.h"
+#include "runtime/errors.h"
 #include "runtime/proc_info.h"
+#include "services/manager/service_manager.h"
 #include "services/process/exec_cmd.h"
 
 namespace quelt::mail::postfix::mailrig_commands {
@@ -24,6 +28,7 @@ namespace quelt::mail::postfix::mailrig_commands {
 namespace {
 
 constexpr std::uint16_t kMaxPrefix = 128;
+constexpr const char* kShortNamesUnsupported = "short account-format is not supported for Postfix";
 
 // The value of an option that must be read as is, on one line, by another program.
 std::optional<std::string> oneLine(const ProgramOptionsHelper& options, const char* name)
@@ -77,6 +82,57 @@ void validate(boost::any& out, const std::vector<std::string>& values, Shortname
         out = ShortnameFormat::Both;
     else
         throw po::invalid_option_value(text);
+}
+
+int setMailParams(int argc, char* argv[])
+{
+    ProgramOptionsHelper options("set mail server parameters",
+                                 "--set-mail-params [--relayclient] [--smtpauth] [--popauth] "
+                                 "[--poplock-time=<time_in_seconds>] [--shortnames]");
+    options.add()("relayclient", "whether to enable mail relaying (disabled by default)")(
+        "smtpauth", "whether to enable SMTP authorization (disabled by default)")(
+        "popauth", "whether to enable POP3 before SMTP authorization (disabled by default)")(
+        "poplock-time", po::value<std::int16_t>(), "POP3 authorization validity time")(
+        "shortnames", "whether to enable short names (legacy, not supported)");
+    options.parseOrExit(argc, argv);
+
+    if (options.has("shortnames"))
+        throw NotSupportedError(kShortNamesUnsupported);
+    const bool relay = options.has("relayclient");
+    const bool smtpAuth = options.has("smtpauth");
+    const bool popAuth = options.has("popauth");
+    const std::int16_t lockTime = popAuth && options.has("poplock-time") ? options.get<std::int16_t>("poplock-time") : 0;
+
+    if (set_poplockdb_clean_period(popAuth ? lockTime : 0) != 0)
+        return 1;
+    if (set_courier_params(relay, popAuth, lockTime, 0) != 0)
+        return 1;
+    if ((popAuth ? enablePopAuth() : disablePopAuth()) != 0)
+        return 1;
+    if (relay)
+        SettingsManager::setOpenRelay();
+    else
+        SettingsManager::setAuthRelay(smtpAuth, popAuth);
+    // The milter and Postfix pick the settings up; their own failures do not undo them.
+    ServiceManager::restartMilter();
+    ServiceManager::reloadServer();
+    return 0;
+}
+
+int setMaxLetterSize(int argc, char* argv[])
+{
+    ProgramOptionsHelper options("set maximal letter size", "--set-max-letter-size --size=<size_in_bytes>");
+    options.add()("size", po::value<std::int64_t>(), "letter size", true);
+    options.parseOrExit(argc, argv);
+
+    std::int64_t size = options.get<std::int64_t>("size");
+    if (size < 0)
+        throw std::invalid_argument("invalid size '" + std::to_string(size) + "'");
+    if (size == 0)
+        size = SettingsManager::getMailboxSizeLimit();
+    MainCfManager::getInstance().replaceStringValue("message_size_limit", std::to_string(size));
+    ServiceManager::reloadServer();
+    return 0;
 }
 
 int getMaxLetterSize(int argc, char* argv[])
@@ -142,6 +198,39 @@ int removeBadMailFrom(int argc, char* argv[])
 
     SettingsManager::removeBlackDomain(quelt::names::checkedDomain(options.get<std::string>("domain-name")));
     return 0;
+}
+
+int setMapsProtection(int argc, char* argv[])
+{
+    ProgramOptionsHelper options("set MAPS protection", "--set-maps-protection [--maps-zones=<zone1,zone2,...,zoneN>]");
+    options.add()("maps-zones", po::value<std::string>(), "MAPS zones");
+    options.parseOrExit(argc, argv);
+
+    std::vector<std::string> zones;
+    if (options.has("maps-zones")) {
+        std::vector<std::string> pieces;
+        boost::algorithm::split(pieces, options.get<std::string>("maps-zones"),
+                                [](char c) { return c == ' ' || c == '\t' || c == ','; });
+        for (const std::string& piece : pieces)
+            if (!piece.empty())
+                zones.push_back(quelt::names::checkedDomain(piece));
+    }
+    SettingsManager::setRBLHosts(zones.begin(), zones.end());
+    ServiceManager::reloadServer();
+    return 0;
+}
+
+int setAccountsFormat(int argc, char* argv[])
+{
+    ProgramOptionsHelper options("set the POP3/IMAP accounts format",
+                                 "--set-accounts-format --account-format=(\"compound\" | \"both\")");
+    options.add()("account-format", po::value<ShortnameFormat>(),
+                  "Accounts format (currently only compound supported)", true);
+    options.parseOrExit(argc, argv);
+
+    if (options.get<ShortnameFormat>("account-format") == ShortnameFormat::Both)
+        throw NotSupportedError(kShortNamesUnsupported);
+    return set_courier_shortnames_params(0);
 }
 
 int updateSPF(int argc, char* argv[])

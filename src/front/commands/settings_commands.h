@@ -19,12 +19,16 @@ void validate(boost::any& out, const std::vector<std::string>& values, IPMask*, 
 enum class ShortnameFormat { Compound = 0, Both = 1 };
 void validate(boost::any& out, const std::vector<std::string>& values, ShortnameFormat*, int);
 
+int setMailParams(int argc, char* argv[]);
+int setMaxLetterSize(int argc, char* argv[]);
 int getMaxLetterSize(int argc, char* argv[]);
 int getMailboxLimit(int argc, char* argv[]);
 int addWhiteList(int argc, char* argv[]);
 int removeWhiteList(int argc, char* argv[]);
 int addBadMailFrom(int argc, char* argv[]);
 int removeBadMailFrom(int argc, char* argv[]);
+int setMapsProtection(int argc, char* argv[]);
+int setAccountsFormat(int argc, char* argv[]);
 int updateSPF(int argc, char* argv[]);
 int printFeatures(int argc, char* argv[]);
 
