@@ -14,7 +14,7 @@ build_pkgs=(
 )
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
-  util-linux procps openssl cron iproute2
+  util-linux procps openssl cron iproute2 courier-imap courier-pop
 )
 
 missing=()

@@ -133,10 +133,124 @@ umount /usr/sbin/postconf
 expect_status 1 "feature report without postconf"
 expect_eq "$(grep -c features "$OUT")" 0 "no half report when postconf fails"
 
+# --- commands that hand over to the services. Stand-ins for the init scripts note, in order,
+# which service was asked to do what.
+SERVICES=/usr/local/zvt/services.log
+for service in postfix pc-remote courier-imap; do
+  printf '#!/bin/sh\necho "%s $1" >> %s\n' "$service" "$SERVICES" > "/etc/init.d/$service"
+  chmod 755 "/etc/init.d/$service"
+done
+reloaded="other +$SERVICES $(sha $'postfix reload\n')"
+
+row admin 0 "maincf -message_size_limit = 20480000
+maincf +message_size_limit = 30000000
+$reloaded" --set-max-letter-size --size=30000000
+# 0 stands for the mailbox size limit.
+row admin 0 "maincf -message_size_limit = 20480000
+maincf +message_size_limit = 51200000
+$reloaded" --set-max-letter-size --size=0
+row admin 1 "stderr ~ invalid size '-1'" --set-max-letter-size --size=-1
+row admin 1 "stderr ~ ^the argument \('18446744073709551616'\) for option '--size' is invalid" --set-max-letter-size --size=18446744073709551616
+row admin 1 'stderr ~ mandatory option "--size" is not specified' --set-max-letter-size
+
+CLIENT='maincf -smtpd_client_restrictions = permit_mynetworks, reject_unknown_client_hostname, reject_rbl_client old.example'
+row admin 0 "$CLIENT
+maincf +smtpd_client_restrictions = permit_mynetworks, reject_unknown_client_hostname, reject_rbl_client zen.example, reject_rbl_client bl.example
+$reloaded" --set-maps-protection '--maps-zones=zen.example, bl.example'
+row admin 0 "$CLIENT
+maincf +smtpd_client_restrictions = permit_mynetworks, reject_unknown_client_hostname
+$reloaded" --set-maps-protection
+# Restrictions separated by blanks alone lose only their RBL checks.
+fixture blank-list 'postconf -e "smtpd_client_restrictions = permit_mynetworks reject_rbl_client old.example reject_unknown_client_hostname"'
+row blank-list 0 "maincf -smtpd_client_restrictions = permit_mynetworks reject_rbl_client old.example reject_unknown_client_hostname
+maincf +smtpd_client_restrictions = permit_mynetworks reject_unknown_client_hostname, reject_rbl_client zen.example
+$reloaded" --set-maps-protection --maps-zones=zen.example
+row admin 1 "stderr ~ invalid domain name 'zen.example\\\\x0areject'" --set-maps-protection --maps-zones=$'zen.example\nreject'
+row admin 1 "stderr ~ invalid domain name 'zen.example=127.0.0.2;'" --set-maps-protection '--maps-zones=zen.example=127.0.0.2;'
+
+# Courier-IMAP's own environment files, under the root the panel configures.
+CDIR=/usr/local/zvt/courier/etc/courier-imap
+fixture courier '
+printf "COURIER_IMAP_ROOT_D /usr/local/zvt/courier\n" >> /etc/zvt/zvt.conf
+mkdir -p '$CDIR' && cp /etc/courier/imapd /etc/courier/imapd-ssl /etc/courier/pop3d /etc/courier/pop3d-ssl '$CDIR'/
+printf "POPAUTH=1\nRELAYCLIENT=\nSHORTNAMES=1\nPOPAUTH=1\n" >> '$CDIR'/imapd'
+courier_sum() { { cat "/etc/courier/$1"; printf "$2"; } | sha1sum | cut -d' ' -f1; }
+row courier 0 "other -$CDIR/imapd $(courier_sum imapd 'POPAUTH=1\nRELAYCLIENT=\nSHORTNAMES=1\nPOPAUTH=1\n')
+other +$CDIR/imapd $(courier_sum imapd 'POPAUTH=1\nRELAYCLIENT=\nPOPAUTH=1\n')
+other +$SERVICES $(sha $'courier-imap restart\n')" --set-accounts-format --account-format=compound
+row courier 1 'stderr ~ ^Fatal error: quelt::NotSupportedError\(short account-format is not supported for Postfix\)$' --set-accounts-format --account-format=both
+row courier 1 "stderr ~ ^the argument \('short'\) for option '--account-format' is invalid" --set-accounts-format --account-format=short
+# Files the installation lacks are said and skipped.
+row fresh 0 "other +$SERVICES $(sha $'courier-imap restart\n')
+stdout ~ ^Unable to open //etc/courier-imap/imapd: No such file or directory" --set-accounts-format --account-format=compound
+
+# --set-mail-params touches root's crontab, the Courier files, the milter's switch and main.cf,
+# then restarts the milter and reloads Postfix. Root's crontab gains an installation stamp, so
+# `other` is checked file by file after each row.
+fixture cron '
+mkdir -p /var/spool/cron/crontabs && chown root:crontab /var/spool/cron/crontabs && chmod 1730 /var/spool/cron/crontabs
+printf "# nightly backup\n30 2 * * *\t/usr/local/bin/backup\n# 0 * * * * /usr/lib/quelt-9.0/postfix-poplockdb-clean\n" | crontab -u root -'
+fixture milter 'printf "pc_milter_port=12345\npc_milter_pop_before_smtp=0\n" > /etc/sysconfig/zvt-pc-remote'
+ADMIN_CRON=$'# nightly backup\n30 2 * * *\t/usr/local/bin/backup\n# 0 * * * * /usr/lib/quelt-9.0/postfix-poplockdb-clean'
+RCPT='maincf -smtpd_recipient_restrictions = permit_mynetworks, reject_rbl_client old.example, check_policy_service inet:127.0.0.1:10031, reject_unauth_destination'
+NO_RELAY='check_client_access pcre:/var/spool/postfix/quelt/no_relay.re'
+imapd_now() { grep -E '^(POPAUTH|RELAYCLIENT|SHORTNAMES|POPLOCK_TIME)=' "$CDIR/imapd" | tr '\n' ' '; }
+
+row admin+courier+cron+milter 0 "$RCPT
+maincf +smtpd_recipient_restrictions = permit_mynetworks, $NO_RELAY, reject_unauth_destination, check_policy_service inet:127.0.0.1:10031
+maincf +smtpd_sasl_auth_enable = no
+other *" --set-mail-params
+expect_eq "$(crontab -l -u root)" "$ADMIN_CRON" "crontab without the cleaner"
+expect_eq "$(imapd_now)" "" "Courier settings all removed"
+expect_eq "$(cmp "$CDIR/pop3d" /etc/courier/pop3d && echo same)" same "pop3d without the settings"
+expect_eq "$(cat /etc/sysconfig/zvt-pc-remote)" "pc_milter_port=12345" "milter switch off"
+expect_eq "$(cat $SERVICES)" $'courier-imap restart\npc-remote restart\npostfix reload' "service actions, in order"
+
+row admin+courier+cron+milter 0 "$RCPT
+maincf +smtpd_recipient_restrictions = permit_mynetworks, $NO_RELAY, permit_sasl_authenticated, reject_unauth_destination, check_policy_service inet:127.0.0.1:10031
+maincf +smtpd_sasl_auth_enable = yes
+maincf -mynetworks = 127.0.0.0/8, 192.0.2.0/24, [::1]/128
+maincf +mynetworks = 127.0.0.0/8, 192.0.2.0/24, [::1]/128, hash:/var/spool/postfix/quelt/poplock
+other *" --set-mail-params --smtpauth --popauth --poplock-time=25
+cron=$(crontab -l -u root)
+expect_eq "$(head -3 <<< "$cron")" "$ADMIN_CRON" "admin's crontab lines kept"
+entry=$(sed -n 4p <<< "$cron")
+if [[ $entry =~ ^([0-9]+),([0-9]+),([0-9]+)$'\t*\t*\t*\t*\t/usr/lib/quelt-9.0/postfix-poplockdb-clean'$ ]] &&
+   [ "${BASH_REMATCH[1]}" -lt 25 ] && [ "${BASH_REMATCH[2]}" -eq $((BASH_REMATCH[1] + 25)) ] &&
+   [ "${BASH_REMATCH[3]}" -eq $((BASH_REMATCH[1] + 50)) ] && [ "${BASH_REMATCH[1]}" -ge 10 ] ||
+   [[ $entry =~ ^([0-9]+),([0-9]+)$'\t*\t*\t*\t*\t/usr/lib/quelt-9.0/postfix-poplockdb-clean'$ ]] &&
+   [ "${BASH_REMATCH[1]}" -lt 25 ] && [ "${BASH_REMATCH[2]}" -eq $((BASH_REMATCH[1] + 25)) ] &&
+   [ "${BASH_REMATCH[1]}" -ge 10 ] && [ $((BASH_REMATCH[2] + 25)) -ge 60 ]; then
+  checks=$((checks + 1))
+else fail "cleaner entry every 25 minutes: '$entry' in $(wc -l <<< "$cron") lines"; fi
+expect_eq "$(imapd_now)" "POPAUTH=1 POPLOCK_TIME=25 " "Courier with POP before SMTP, without short names"
+expect_eq "$(tail -2 "$CDIR/pop3d")" $'POPAUTH=1\nPOPLOCK_TIME=25' "pop3d gains the settings at its end"
+expect_eq "$(cat /etc/sysconfig/zvt-pc-remote)" $'pc_milter_port=12345\npc_milter_pop_before_smtp=1' "milter switch on"
+# Twice: one cleaner entry, one POP-before-SMTP table.
+mailrig_ok --set-mail-params --smtpauth --popauth --poplock-time=90
+expect_eq "$(crontab -l -u root | grep -c '^[0-9].*postfix-poplockdb-clean$')" 1 "one cleaner entry"
+expect_eq "$(crontab -l -u root | grep -v '^#' | grep -cE '^[0-9]+'$'\t.*clean$')" 1 "hourly cleaner"
+expect_eq "$(crontab -l -u root | grep -vc '^#')" 2 "the cleaner beside the backup"
+expect_eq "$(postconf -h mynetworks)" "127.0.0.0/8, 192.0.2.0/24, [::1]/128, hash:/var/spool/postfix/quelt/poplock" "poplock table once"
+expect_eq "$(cat /etc/sysconfig/zvt-pc-remote)" $'pc_milter_port=12345\npc_milter_pop_before_smtp=1' "one milter switch line"
+
+row admin+courier+cron+milter 0 "$RCPT
+maincf +smtpd_recipient_restrictions = permit, $NO_RELAY, reject, check_policy_service inet:127.0.0.1:10031
+other *" --set-mail-params --relayclient
+expect_eq "$(imapd_now)" "RELAYCLIENT= " "Courier lets clients relay"
+
+row admin+courier+cron+milter 1 'stderr ~ ^Fatal error: quelt::NotSupportedError\(short account-format is not supported for Postfix\)$' --set-mail-params --smtpauth --shortnames
+# A crontab that cannot be read is never replaced, and the command stops before any other change.
+fixture broken-cron 'rm -rf /var/spool/cron && touch /var/spool/cron'
+row admin+courier+milter+broken-cron 1 'stderr ~ Unable to execute: crontab -l -u root' --set-mail-params --smtpauth --popauth
+row admin+courier+cron+milter 1 "stderr ~ for option '--poplock-time' is invalid" --set-mail-params --popauth --poplock-time=40000
+
 # --- after all of it Postfix still reads main.cf without a word
 use_fixture admin
 for cmd in "--add-whitelist --ip-address=10.1.0.0 --netmask=16" "--add-whitelist --ip-address=2001:db8:: --netmask=32" \
-           "--remove-whitelist --ip-address=192.0.2.0 --netmask=24" "--add-badmailfrom --domain-name=spam.example"; do
+           "--remove-whitelist --ip-address=192.0.2.0 --netmask=24" "--add-badmailfrom --domain-name=spam.example" \
+           "--set-maps-protection --maps-zones=zen.example,bl.example" "--set-max-letter-size --size=0" \
+           "--set-mail-params --smtpauth --popauth --poplock-time=30" "--set-mail-params --relayclient"; do
   # shellcheck disable=SC2086  # words of our own
   mailrig_ok $cmd
 done
