@@ -148,6 +148,10 @@ row fresh 255 'stdout = Service /etc/init.d/pc-remote failed to stop' --stop-mil
 row no_restart 0 'stdout =' --stop-service --mail-component=milter --mail-component=imap
 WHAT="NO_RESTART_DAEMON leaves courier" check listening 143
 rm /etc/pc-remote.fail
+mv /etc/init.d/pc-remote /etc/init.d/pc-remote.away
+row fresh 255 "stdout = Unable to find start/stop script for 'pc-remote'" --start-milter
+row fresh 0 'stdout = milter is stopped' --status-service --mail-component=milter
+mv /etc/init.d/pc-remote.away /etc/init.d/pc-remote
 : > /var/log/pc-remote.calls
 fixture rc_log 'mkdir -p /usr/local/zvt/tmp'
 row rc_log 0 "stdout = .
