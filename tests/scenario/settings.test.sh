@@ -214,15 +214,16 @@ maincf +mynetworks = 127.0.0.0/8, 192.0.2.0/24, [::1]/128, hash:/var/spool/postf
 other *" --set-mail-params --smtpauth --popauth --poplock-time=25
 cron=$(crontab -l -u root)
 expect_eq "$(head -3 <<< "$cron")" "$ADMIN_CRON" "admin's crontab lines kept"
+# The minutes start below the period and follow every 25 minutes to the end of the hour.
 entry=$(sed -n 4p <<< "$cron")
-if [[ $entry =~ ^([0-9]+),([0-9]+),([0-9]+)$'\t*\t*\t*\t*\t/usr/lib/quelt-9.0/postfix-poplockdb-clean'$ ]] &&
-   [ "${BASH_REMATCH[1]}" -lt 25 ] && [ "${BASH_REMATCH[2]}" -eq $((BASH_REMATCH[1] + 25)) ] &&
-   [ "${BASH_REMATCH[3]}" -eq $((BASH_REMATCH[1] + 50)) ] && [ "${BASH_REMATCH[1]}" -ge 10 ] ||
-   [[ $entry =~ ^([0-9]+),([0-9]+)$'\t*\t*\t*\t*\t/usr/lib/quelt-9.0/postfix-poplockdb-clean'$ ]] &&
-   [ "${BASH_REMATCH[1]}" -lt 25 ] && [ "${BASH_REMATCH[2]}" -eq $((BASH_REMATCH[1] + 25)) ] &&
-   [ "${BASH_REMATCH[1]}" -ge 10 ] && [ $((BASH_REMATCH[2] + 25)) -ge 60 ]; then
-  checks=$((checks + 1))
-else fail "cleaner entry every 25 minutes: '$entry' in $(wc -l <<< "$cron") lines"; fi
+checks=$((checks + 1))
+if [[ $entry =~ ^([0-9,]+)$'\t*\t*\t*\t*\t/usr/lib/quelt-9.0/postfix-poplockdb-clean'$ ]]; then
+  IFS=, read -ra minutes <<< "${BASH_REMATCH[1]}"
+  last=${minutes[-1]}
+  [ "${minutes[0]}" -lt 25 ] && [ "$last" -lt 60 ] && [ $((last + 25)) -ge 60 ] &&
+    [ "$(seq -s, "${minutes[0]}" 25 59)" = "${BASH_REMATCH[1]}" ] ||
+    fail "cleaner minutes every 25 from a start below 25: ${BASH_REMATCH[1]}"
+else fail "cleaner entry: '$entry' in $(wc -l <<< "$cron") lines"; fi
 expect_eq "$(imapd_now)" "POPAUTH=1 POPLOCK_TIME=25 " "Courier with POP before SMTP, without short names"
 expect_eq "$(tail -2 "$CDIR/pop3d")" $'POPAUTH=1\nPOPLOCK_TIME=25' "pop3d gains the settings at its end"
 expect_eq "$(cat /etc/sysconfig/zvt-pc-remote)" $'pc_milter_port=12345\npc_milter_pop_before_smtp=1' "milter switch on"
