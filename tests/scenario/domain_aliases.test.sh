@@ -159,4 +159,126 @@ row dom+a1+a2 0 "$renamed
 virtual +@alias3.example${T}boss@$D" --rename-domain-alias --domain-name=$D --old-domain-alias-name=alias1.example \
   --new-domain-alias-name=alias3.example --set-reject
 
+
+# Records before and after for the whole domain: alias2.example and the domain keep every line.
+expect_eq "$(snapshot virtual | grep -c 'alias2\.example')" 11 "alias2.example's records beside the rename"
+
+# Renaming onto the host's own name drops the host entry first; a failed rewrite puts it back,
+# and the tables are as they were.
+hostname alias3.example
+host_entry() {
+  { echo 'alias3.example 1'; std '' alias3.example | sed 's/^virtual //'; } | postmap -i hash:$Q/virtual
+}
+fixture host host_entry
+for k in 2 4; do
+  spy dom+a1+a2+host $k
+  row dom+a1+a2+host 1 'stderr ~ injected failure' --rename-domain-alias --domain-name=$D \
+    --old-domain-alias-name=alias1.example --new-domain-alias-name=alias3.example --set-reject
+done
+expect_eq "$(cut -d' ' -f1-2 "$SPY/log" | sed 's/tmp\.[A-Za-z0-9]*$/tmp/' | tr '\n' ' ')" \
+  "-d alias3.example -d - -s hash:$Q/virtual hash:$Q/.virtual.tmp -r -i -r -i " \
+  "postmap runs of the failed rename: host entry out, rewrite failed, host entry back"
+rm -f "$SPY/fail"
+# Done: the host entry and its standard addresses become the alias's own.
+row dom+a1+a2+host 0 "$(records - alias1.example)
+virtual -@alias1.example${T}boss@$D
+virtual +info@alias3.example${T}info@$D
+virtual +sales@alias3.example${T}info@$D
+virtual +boss@alias3.example${T}boss@$D
+virtual +@alias3.example${T}boss@$D
+passwd *
+handlers *
+other *" --rename-domain-alias --domain-name=$D --old-domain-alias-name=alias1.example \
+  --new-domain-alias-name=alias3.example --set-reject
+hostname mail.sandbox.test
+
+
+# --- the policy commands over the domain and both its aliases --------------------------------
+
+catchall_to() { # SIGN TARGET: the catch-all records of the domain and its two aliases
+  local d
+  for d in $D alias1.example alias2.example; do echo "virtual $1@$d$T$2"; done
+}
+bounce_of() { # SIGN COMMAND: the bounce records of the domain and its two aliases
+  local d
+  for d in $D alias1.example alias2.example; do
+    echo "aliases $1_quelt_bounce_$d$T$2"
+    echo "virtual $1@$d${T}_quelt_bounce_$d@localhost.localdomain"
+  done
+}
+spy dom+a1+a2
+row dom+a1+a2 0 "$(catchall_to - boss@$D)
+$(bounce_of + "\"|$BOUNCE Sorry,\\\\\\ no\"")
+$quiet" --set-bounce --domain-name=$D '--phrase=Sorry, no'
+expect_eq "$(cut -d' ' -f3 "$SPY/log" | tr '\n' ' ')" \
+  "hash:$Q/aliases hash:$Q/aliases hash:$Q/aliases hash:$Q/virtual " "a bounce through two aliases: three aliases runs, one virtual run"
+row dom+a1+a2 0 "$(catchall_to - boss@$D)
+$(bounce_of + "\"|$BOUNCE\"")" --set-bounce --domain-name=$D
+# A phrase is one argument of the bounce program, whatever it holds: its line breaks become
+# blanks, and quoting for Postfix and for the shell keeps the rest as written.
+HOSTILE='a
+b"; rm -rf / $(id)'
+BOUNCE_HOSTILE='"|/usr/lib/quelt-9.0/bouncemessage a\\\ b\\\"\\\;\\\ rm\\\ -rf\\\ /\\\ \\\$\\\(id\\\)"'
+row dom+a1+a2 0 "$(catchall_to - boss@$D)
+$(bounce_of + "$BOUNCE_HOSTILE")" --set-bounce --domain-name=$D "--phrase=$HOSTILE"
+# What Postfix's local delivery makes of it: one level of quoting off inside the double quotes,
+# then the shell; a stand-in of the bounce program (outside /usr/lib, which is the host's) shows
+# its arguments.
+STANDIN_BOUNCE=$MAILRIG_SANDBOX_ROOT/bouncemessage
+printf '#!/bin/sh\necho "$#:$1"\n' > "$STANDIN_BOUNCE" && chmod 755 "$STANDIN_BOUNCE"
+command=$(postmap -q _quelt_bounce_$D hash:$Q/aliases | sed 's/^"|//; s/"$//; s/\\\(.\)/\1/g')
+command=$STANDIN_BOUNCE${command#"$BOUNCE"}
+expect_eq "$(sh -c "$command")" "1:a b\"; rm -rf / \$(id)" "the bounce program's arguments"
+row dom+a1+a2 0 "$(catchall_to - boss@$D)
+$(catchall_to + info@$D)
+$quiet" --set-catchall --domain-name=$D --email=INFO@Example.com
+for reject in --set-reject --unset-reject; do
+  row dom+a1+a2 0 "$(catchall_to - boss@$D)
+$quiet" $reject --domain-name=$D
+done
+row dom+a1+a2 1 "stderr = mandatory option \"--email\" is not specified" --set-catchall --domain-name=$D
+
+# --- hostile names: refused before any store is touched --------------------------------------
+
+for name in $'alias3.example\nx' 'alias3.example x' '../alias3.example' 'alias3.example/..' 'a..b' $'alias3.example\t1'; do
+  row dom+new3 1 'stderr ~ invalid domain name|IdnaError' --add-domain-alias --domain-name=$D --domain-alias-name="$name" --set-reject
+  row dom+a1+a2 1 'stderr ~ invalid domain name|IdnaError' --rename-domain-alias --domain-name=$D \
+    --old-domain-alias-name=alias1.example --new-domain-alias-name="$name" --set-reject
+  row dom+a1+a2 1 'stderr ~ invalid domain name|IdnaError' --del-domain-alias --domain-name=$D --domain-alias-name="$name"
+  row dom+a1+a2 1 'stderr ~ invalid domain name|IdnaError' --set-bounce --domain-name="$name" --phrase=x
+done
+# A catch-all address that could carry a second record, or no address at all.
+for email in $'boss@example.com\n@evil.test' 'boss@example.com evil@evil.test' 'boss' '@example.com' 'a@b@example.com'; do
+  row dom+a1+a2 1 'stderr ~ invalid mail address' --set-catchall --domain-name=$D --email="$email"
+  row dom+new3 1 'stderr ~ invalid mail address' --add-domain-alias --domain-name=$D \
+    --domain-alias-name=alias3.example --set-catchall --email="$email"
+done
+# ... unless the bounce wins and the address is never used.
+row dom+new3 0 "$added3
+$bounce3" --add-domain-alias --domain-name=$D --domain-alias-name=alias3.example --set-catchall \
+  --email=$'x\ny' --set-bounce '--phrase=Gone away'
+
+# --- DomainKeys ------------------------------------------------------------------------------
+
+# The panel's upload, where a reset puts it back.
+UPLOAD=/usr/local/zvt/upload.key
+NEWSUM=$(echo 'new key' | sha1sum | cut -d' ' -f1)
+fixture upload "mkdir -p /usr/local/zvt && echo 'new key' > $UPLOAD"
+row dom+upload 0 "other -$UPLOAD $NEWSUM
+other -$KEYS/$D/default $KEYSUM
+other +$KEYS/$D/default $NEWSUM
+other +$KEYS/b.example/default $NEWSUM
+$quiet" --set-domain-key --domain-name=Example.COM,b.example --file-name=$UPLOAD
+expect_eq "$(stat -c '%U:%G %a' $KEYS/b.example/default $KEYS/b.example)" "root:popuser 440
+root:root 755" "a new key's owner and mode, and its folder's"
+row dom+upload 1 'stderr ~ No source file' --set-domain-key --domain-name=$D --file-name=/tmp/absent.key
+for list in "$D,../etc" "$D,a b" $'b.example\nc.example' "$D/x"; do
+  row dom+upload 1 'stderr ~ invalid domain name|IdnaError' --set-domain-key --domain-name="$list" --file-name=$UPLOAD
+  row dom+upload 1 'stderr ~ invalid domain name|IdnaError' --remove-domain-key --domain-name="$list"
+done
+row dom+a1 0 "other -$KEYS/$D/default $KEYSUM
+other -$KEYS/alias1.example/default $KEYSUM
+$quiet" --remove-domain-key --domain-name=$D,alias1.example
+row dom 0 "$quiet" --remove-domain-key --domain-name=b.example
+
 finish
