@@ -17,6 +17,13 @@ namespace quelt::mail::postfix::mailrig_commands {
 
 namespace {
 
+// The transport commands' help has always led with the usage line, the description following
+// "Usage: ", and heads its option table "Allowed options to <usage line>".
+ProgramOptionsHelper transportOptions(const std::string& description, const std::string& usageLine)
+{
+    return ProgramOptionsHelper(usageLine, description);
+}
+
 std::string optionalValue(const ProgramOptionsHelper& options, const char* name)
 {
     return options.has(name) ? options.get<std::string>(name) : std::string();
@@ -26,7 +33,7 @@ std::string optionalValue(const ProgramOptionsHelper& options, const char* name)
 
 int addDomainToIpTransport(int argc, char* argv[])
 {
-    ProgramOptionsHelper options(
+    ProgramOptionsHelper options = transportOptions(
         "add sender transport for domain",
         "--add-domain-to-sender-transport --domain-name=<domain> [--ip4-addr=<ip_address>] [--ip6-addr=<ip_address>]");
     options.add()("domain-name", po::value<std::string>(), "domain name", true)(
@@ -54,8 +61,8 @@ int addDomainToIpTransport(int argc, char* argv[])
 
 int removeDomainFromIpTransport(int argc, char* argv[])
 {
-    ProgramOptionsHelper options("remove domain from sender transports",
-                                 "--remove-domain-from-sender-transport --domain-name=<domain>");
+    ProgramOptionsHelper options = transportOptions("remove domain from sender transports",
+                                                    "--remove-domain-from-sender-transport --domain-name=<domain>");
     options.add()("domain-name", po::value<std::string>(), "domain name", true);
     options.parseOrExit(argc, argv);
     const std::string domain = quelt::names::checkedDomain(options.get<std::string>("domain-name"));
@@ -68,7 +75,8 @@ int removeDomainFromIpTransport(int argc, char* argv[])
 
 int removeIPTransport(int argc, char* argv[])
 {
-    ProgramOptionsHelper options("remove sender transport", "--remove-sender-transport --ip-addr=<ip_address>");
+    ProgramOptionsHelper options =
+        transportOptions("remove sender transport", "--remove-sender-transport --ip-addr=<ip_address>");
     options.add()("ip-addr", po::value<std::string>(), "ip address");
     options.parseOrExit(argc, argv);
     // Reading an absent --ip-addr fails here, before anything is changed.
