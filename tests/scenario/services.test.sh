@@ -150,7 +150,7 @@ WHAT="NO_RESTART_DAEMON leaves courier" check listening 143
 rm /etc/pc-remote.fail
 mv /etc/init.d/pc-remote /etc/init.d/pc-remote.away
 row fresh 255 "stdout = Unable to find start/stop script for 'pc-remote'" --start-milter
-row fresh 0 'stdout = milter is stopped' --status-service --mail-component=milter
+row fresh 0 "stdout = Unable to find start/stop script for 'pc-remote'\nmilter is stopped" --status-service --mail-component=milter
 mv /etc/init.d/pc-remote.away /etc/init.d/pc-remote
 : > /var/log/pc-remote.calls
 fixture rc_log 'mkdir -p /usr/local/zvt/tmp'
