@@ -37,6 +37,17 @@ fs::path joined(const fs::path& base, const std::string& name)
     return fs::path(base.string() + "/" + name);
 }
 
+// `base`/`name` where `name` must be one entry of `base`: a domain or mailname that slipped past
+// the command boundary's checks still cannot make a tree operation reach outside its root, nor
+// hit the root itself.
+fs::path inside(const fs::path& base, const std::string& name)
+{
+    if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos ||
+        name.find('\0') != std::string::npos)
+        throw FSError("path outside its root", joined(base, name), base, EINVAL);
+    return joined(base, name);
+}
+
 // rename(2) that never replaces an existing target (an empty directory would be replaced).
 void renameNoReplace(const fs::path& from, const fs::path& to)
 {
@@ -107,12 +118,12 @@ fs::path MaildirManager::getMailnameRelativeHome(const std::string& domain,
 
 fs::path MaildirManager::getDomainRoot(const std::string& domain)
 {
-    return joined(getMailRoot(), domain);
+    return inside(getMailRoot(), domain);
 }
 
 fs::path MaildirManager::getMailnameHome(const std::string& domain, const std::string& mailname)
 {
-    return joined(getDomainRoot(domain), mailname);
+    return inside(getDomainRoot(domain), mailname);
 }
 
 void MaildirManager::takeOver(const fs::path& path, mode_t mode) const

@@ -31,6 +31,8 @@ public:
     static boost::filesystem::path getDomainRelativeRoot(const std::string& domain);
     static boost::filesystem::path getMailnameRelativeHome(const std::string& domain,
                                                            const std::string& mailname);
+    // The two paths below throw FSError "path outside its root" unless the domain and the
+    // mailname are each exactly one entry of the directory above them.
     static boost::filesystem::path getDomainRoot(const std::string& domain);
     static boost::filesystem::path getMailnameHome(const std::string& domain,
                                                    const std::string& mailname);

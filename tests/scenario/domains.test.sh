@@ -1,119 +1,201 @@
-# The five domain commands end to end: real postmap, SQLite password and handler databases,
-# the panel database on a private MariaDB server, Maildir trees on disk.
-. "$MAILRIG_TESTS/scenario/lib.sh"
-mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
-"$mdb" start >/dev/null
-trap '"$mdb" stop >/dev/null' EXIT
+# The five domain commands as rows: each store a command touches, each failure, the signal.
+. "$MAILRIG_TESTS/scenario/rows.sh"
 
-Q=/var/spool/postfix/quelt
-ROOT=/var/qmail/mailnames
-panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -e "$1"; }
-dump() { postmap -s "hash:$Q/$1" | sort; }
-std_records() { # the six standard addresses of $1, as postmap -s shows them, sorted
-  for w in postmaster mailer-daemon root anonymous drweb kluser; do
-    printf '%s@%s\t%s@localhost.localdomain\n' "$w" "$1" "$w"
-  done | sort
+# example.com: its domain alias alias.example (panel), a mailbox info, a bounce, handlers of the
+# domain and of an address, password rows. other.test and sub.example.com are neighbours no
+# example.com command may touch.
+hosted() {
+  mailrig_ok --add-domain --domain-name=example.com
+  mailrig_ok --add-domain --domain-name=other.test
+  panel "INSERT INTO domains (id, name) VALUES (1, 'example.com'), (2, 'other.test');
+         INSERT INTO domainaliases (name, dom_id) VALUES ('alias.example', 1);"
+  passwd_sql "INSERT INTO domains (name, status) VALUES ('example.com', 0), ('alias.example', 0), ('other.test', 0);
+              INSERT INTO users (dom_id, name, status) VALUES (1, 'info', 0), (3, 'info', 0);"
+  handlers_sql "INSERT INTO handlers VALUES (1, 1, 1, 10, 'h', 'info@example.com', '/bin/true', 'none');
+                INSERT INTO handlers VALUES (1, 1, 1, 10, 'd', 'example.com', '/bin/true', 'none');
+                INSERT INTO handlers VALUES (1, 1, 1, 10, 'h', 'info@other.test', '/bin/true', 'none');"
+  postmap -i "hash:$Q/aliases" <<< '_quelt_bounce_example.com "|/usr/lib/quelt-9.0/bouncemessage"'
+  printf '%s\n' '@example.com _quelt_bounce_example.com@localhost.localdomain' 'alias.example 1' \
+    'info@alias.example info@example.com' 'info@sub.example.com info@other.test' | postmap -i "hash:$Q/virtual"
+  printf '%s\n' 'info@example.com example.com/info/' 'info@other.test other.test/info/' | postmap -i "hash:$Q/vmailbox"
+  mkdir -p "$ROOT/example.com/info/Maildir/"{cur,new,tmp} && chown -R popuser:popuser "$ROOT/example.com"
 }
-passwd_sql() { sqlite3 "$Q/passwd.db" "$1"; }
-handlers_sql() { sqlite3 /var/lib/quelt/mail/handlers/handlers.db "$1"; }
+fixture hosted hosted
+fixture off 'mailrig_ok --turn-off-domain --domain-name=example.com'
+# Stores that cannot be used: the password database, the handler database, the panel account.
+fixture nopasswd 'mv "$Q/passwd.db" "$Q/passwd.db.away" && mkdir "$Q/passwd.db"'
+fixture nohandlers 'mv "$HANDLERS_DB" "$HANDLERS_DB.away" && mkdir "$HANDLERS_DB"'
+fixture nopanel 'echo wrong > /etc/zvt/.zvt.shadow'
+# quota.test: mailbox info has no quota of its own, sales has one.
+fixture quota '
+  panel "INSERT INTO domains (id, name) VALUES (5, '"'quota.test'"');
+         INSERT INTO mail (id, mail_name, dom_id, mbox_quota) VALUES (10, '"'info'"', 5, -1), (11, '"'sales'"', 5, 5000);"
+  mkdir -p "$ROOT/quota.test/"{info,sales}/Maildir/{cur,new,tmp} && chown -R popuser:popuser "$ROOT/quota.test"'
 
-# A panel installation names its mail root in its configuration file.
-printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
-"$MAILRIG_BUILD/src/front/setup/mailrig-setup" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
-panel "INSERT INTO domains (id, name) VALUES (1, 'example.com'), (2, 'quota.test'), (3, 'xn--bcher-kva.example');
-       INSERT INTO domainaliases (name, dom_id) VALUES ('alias.example', 1);
-       INSERT INTO mail (id, mail_name, dom_id, mbox_quota) VALUES (10, 'info', 2, -1), (11, 'sales', 2, 5000);"
+std() { # STORE SIGN DOMAIN: the six standard addresses of DOMAIN as EXPECT lines
+  local w
+  for w in postmaster mailer-daemon root anonymous drweb kluser; do
+    printf '%s %s%s@%s\t%s@localhost.localdomain\n' "$1" "$2" "$w" "$3" "$w"
+  done
+}
+quiet='stdout =
+stderr ='
 
-# --- add: records, tree, owner and mode
-run --add-domain --domain-name=example.com
-expect_status 0 "add"
-expect_eq "$(dump virtual_domains)" "example.com	example.com/" "virtual_domains after add"
-expect_eq "$(dump virtual)" "$(std_records example.com)" "virtual after add"
-expect_eq "$(stat -c '%U:%G %a' $ROOT/example.com)" "popuser:popuser 750" "domain root"
-
-# --- IDN names reach every store in ASCII form
-run --add-domain --domain-name=bücher.example
-expect_status 0 "add IDN"
-expect_eq "$(dump virtual_domains | grep bcher)" "xn--bcher-kva.example	xn--bcher-kva.example/" "IDN record"
-[ -d "$ROOT/xn--bcher-kva.example" ] || fail "IDN domain root missing"
-
-# --- add with a quota: mailboxes without a quota of their own get it in maildirsize
-for m in info sales; do
-  mkdir -p "$ROOT/quota.test/$m/Maildir/"{cur,new,tmp} && chown -R popuser:popuser "$ROOT/quota.test"
+# --- the option path every command shares: the message on both streams ahead of the help
+row fresh 1 'stderr = mandatory option "--disk-quota" is not specified
+stdout ~ ^mandatory option "--disk-quota" is not specified$
+stdout ~ ^Allowed options to set a domain disk quota:$' --set-domain-disk-quota
+for help in --help -h; do
+  row fresh 0 'stderr =
+stdout ~ ^set a domain disk quota$
+stdout ~ ^Usage: --set-domain-disk-quota --domain-name=<domain> --disk-quota=quota$
+stdout ~ domain name \(mandatory\)
+stdout ~ -h \[ --help \] +displays this help message' --set-domain-disk-quota --domain-name=example.com "$help"
 done
-run --add-domain --domain-name=quota.test --disk-quota=7000
-expect_status 0 "add with quota"
-expect_eq "$(cat $ROOT/quota.test/info/Maildir/maildirsize)" "7000S,0C
-           0           0" "maildirsize of a mailbox without its own quota"
-[ ! -e "$ROOT/quota.test/sales/Maildir/maildirsize" ] || fail "a mailbox with its own quota got the domain's"
-run --set-domain-disk-quota --domain-name=quota.test --disk-quota=-1
-expect_status 0 "unlimited domain quota"
-expect_eq "$(head -1 $ROOT/quota.test/info/Maildir/maildirsize)" "0S,0C" "unlimited quota line"
-run --set-domain-disk-quota --domain-name=quota.test
-expect_status 1 "quota command without a quota"
-expect_eq "$(head -1 "$ERR")" 'mandatory option "--disk-quota" is not specified' "missing quota message"
+row fresh 1 "stderr = unrecognised option '--domain=example.com'
+stdout ~ ^Allowed options to remove a domain:" --remove-domain --domain=example.com
+row fresh 1 "stderr = the required argument for option '--domain-name' is missing" --remove-domain --domain-name
+row fresh 1 "stderr = the argument ('big') for option '--disk-quota' is invalid" \
+  --set-domain-disk-quota --domain-name=example.com --disk-quota=big
+row fresh 1 'stderr = too many positional options have been specified on the command line' \
+  --remove-domain --domain-name=example.com stray
+row fresh 0 'virtual_domains +example.com	example.com/
+virtual *
+tree *
+signals *' --add-domain --domain-name example.com
 
-# --- turn off / on: records, password status of the domain and its alias, handlers
-passwd_sql "INSERT INTO domains (name, status) VALUES ('example.com', 0), ('alias.example', 0);"
-handlers_sql "INSERT INTO handlers VALUES (1, 1, 1, 10, 'h', 'info@example.com', '/bin/true', 'none');
-              INSERT INTO handlers VALUES (1, 1, 1, 10, 'h', 'info@other.test', '/bin/true', 'none');"
-run --turn-off-domain --domain-name=example.com
-expect_status 0 "turn off"
-expect_eq "$(dump virtual_domains | grep -c example.com)" "0" "virtual_domains after turn off"
-expect_eq "$(dump virtual | grep -c '@example.com')" "0" "standard addresses after turn off"
-expect_eq "$(passwd_sql "SELECT name, status FROM domains ORDER BY name")" "alias.example|1
-example.com|1" "password status after turn off"
-expect_eq "$(handlers_sql "SELECT address, enabled FROM handlers ORDER BY address")" "info@example.com|0
-info@other.test|1" "handlers after turn off"
-run --turn-on-domain --domain-name=example.com
-expect_status 0 "turn on"
-expect_eq "$(dump virtual_domains | grep example.com)" "example.com	example.com/" "virtual_domains after turn on"
-expect_eq "$(dump virtual | grep '@example.com$' -c)" "0" "no stray keys"
-expect_eq "$(dump virtual | grep '^example.com	')" "" "no key equal to the domain"
-expect_eq "$(dump virtual | grep '@example.com	')" "$(std_records example.com)" "standard addresses back"
-expect_eq "$(passwd_sql "SELECT status FROM domains ORDER BY name" | tr '\n' ' ')" "0 0 " "password status after turn on"
-expect_eq "$(handlers_sql "SELECT enabled FROM handlers WHERE address='info@example.com'")" "1" "handler after turn on"
+# --- add
+row fresh 0 "$quiet
+virtual_domains +example.com	example.com/
+$(std virtual + example.com)
+tree +example.com/ popuser:popuser 750
+signals +trivial-rewrite INT" --add-domain --domain-name=example.com
+row fresh 0 "
+virtual_domains +xn--bcher-kva.example	xn--bcher-kva.example/
+$(std virtual + xn--bcher-kva.example)
+tree +xn--bcher-kva.example/ popuser:popuser 750
+signals +trivial-rewrite INT" --add-domain --domain-name=bücher.example
+# A name that was a domain alias loses the alias records before it becomes a domain.
+row hosted 0 "$quiet
+virtual_domains +alias.example	alias.example/
+virtual -alias.example	1
+virtual -info@alias.example	info@example.com
+$(std virtual + alias.example)
+tree +alias.example/ popuser:popuser 750
+signals +trivial-rewrite INT" --add-domain --domain-name=alias.example
+# Mailboxes without a quota of their own take the domain's.
+row quota 0 "$quiet
+virtual_domains +quota.test	quota.test/
+$(std virtual + quota.test)
+tree -quota.test/ popuser:popuser 755
+tree +quota.test/ popuser:popuser 750
+tree +quota.test/info/Maildir/maildirsize popuser:popuser 644
+files +quota.test/info/Maildir/maildirsize: 7000S,0C
+files +quota.test/info/Maildir/maildirsize:            0           0
+signals +trivial-rewrite INT" --add-domain --domain-name=quota.test --disk-quota=7000
+row fresh 1 'stderr ~ ^mandatory option "--domain-name" is not specified$' --add-domain
+row fresh 1 'stderr = Fatal error: quelt::idn::IdnaError(Iconv error)' --add-domain $'--domain-name=\xff.example'
 
-# --- a password database that cannot be opened: exit 1, tables untouched
-cp "$Q/virtual.db" /tmp/virtual.before; cp "$Q/virtual_domains.db" /tmp/virtual_domains.before
-mv "$Q/passwd.db" /tmp/passwd.db.saved && mkdir "$Q/passwd.db"
-run --turn-off-domain --domain-name=example.com
-expect_status 1 "turn off without a password database"
-cmp -s "$Q/virtual.db" /tmp/virtual.before || fail "virtual changed although the password store failed"
-cmp -s "$Q/virtual_domains.db" /tmp/virtual_domains.before || fail "virtual_domains changed although the password store failed"
-rmdir "$Q/passwd.db" && mv /tmp/passwd.db.saved "$Q/passwd.db"
-
-# --- a failing postmap is reported as the fatal error of its table store
-mkdir -p /tmp/pm && cp /usr/sbin/postmap /tmp/pm/real
+# A failing postmap is the fatal error of its store; the domain root made before it stays.
+mkdir -p /tmp/pm
 printf '#!/bin/sh\ncase "$*" in *-i*) cat >/dev/null; echo "postmap: fatal: injected failure" >&2; exit 1;; esac\nexec /tmp/pm/real "$@"\n' > /tmp/pm/postmap
-chmod 755 /tmp/pm/postmap && mount --bind /tmp/pm/postmap /usr/sbin/postmap
-run --add-domain --domain-name=broken.test
+cp /usr/sbin/postmap /tmp/pm/real && chmod 755 /tmp/pm/postmap && mount --bind /tmp/pm/postmap /usr/sbin/postmap
+row fresh 1 'stdout ~ ^Fatal error: quelt::mail::postfix::PostfixConfigurationError\(postmap: fatal: injected failure
+stderr ~ ^Fatal error: quelt::mail::postfix::PostfixConfigurationError\(postmap: fatal: injected failure
+tree +example.com/ popuser:popuser 750' --add-domain --domain-name=example.com
 umount /usr/sbin/postmap
-expect_status 1 "add with a failing postmap"
-expect_eq "$(head -1 "$ERR")" "Fatal error: quelt::mail::postfix::PostfixConfigurationError(postmap: fatal: injected failure" "fatal error report"
-expect_eq "$(dump virtual_domains | grep -c broken.test)" "0" "no domain record after the failure"
 
-# --- remove: records, tree, password rows (through the trigger), handlers; the bounce record of
-# the aliases table stays
-passwd_sql "INSERT INTO users (dom_id, name, status) SELECT id, 'info', 0 FROM domains WHERE name='example.com';"
-postmap -r -i "hash:$Q/aliases" <<< "_quelt_bounce_example.com \"|/usr/lib/quelt-9.0/bouncemessage\""
-postmap -r -i "hash:$Q/virtual" <<< "@example.com _quelt_bounce_example.com@localhost.localdomain"
-run --remove-domain --domain-name=example.com
-expect_status 0 "remove"
-expect_stdout "" "remove prints nothing"
-expect_eq "$(dump virtual_domains | grep -c example.com)" "0" "virtual_domains after remove"
-expect_eq "$(dump virtual | grep -c example.com)" "0" "virtual after remove"
-[ ! -e "$ROOT/example.com" ] || fail "domain root still there after remove"
-expect_eq "$(passwd_sql "SELECT count(*) FROM users; SELECT name FROM domains ORDER BY name" | tr '\n' ' ')" "0 " "password rows after remove"
-expect_eq "$(handlers_sql "SELECT address FROM handlers")" "info@other.test" "handlers after remove"
-expect_eq "$(dump aliases)" '_quelt_bounce_example.com	"|/usr/lib/quelt-9.0/bouncemessage"' "bounce record stays"
+# --- remove: password rows first (a failure there changes nothing else), then the tables and
+# the tree, then the handlers (a failure there only warns). The bounce record of aliases stays.
+removed="virtual_domains -example.com	example.com/
+$(std virtual - example.com)
+virtual -@example.com	_quelt_bounce_example.com@localhost.localdomain
+virtual -info@alias.example	info@example.com
+vmailbox -info@example.com	example.com/info/
+tree -example.com/ popuser:popuser 750
+tree -example.com/info/ popuser:popuser 755
+tree -example.com/info/Maildir/ popuser:popuser 755
+tree -example.com/info/Maildir/cur/ popuser:popuser 755
+tree -example.com/info/Maildir/new/ popuser:popuser 755
+tree -example.com/info/Maildir/tmp/ popuser:popuser 755
+passwd -domains|1|example.com|0
+passwd -domains|2|alias.example|0
+passwd -users|1|1|info|||0"
+row hosted 0 "$quiet
+$removed
+handlers -handlers|1|1|1|10|h|info@example.com|/bin/true|none
+handlers -handlers|1|1|1|10|d|example.com|/bin/true|none" --remove-domain --domain-name=example.com
+row hosted+nohandlers 0 "$removed
+stdout = WARNING: unable to properly remove all mail handlers for example.com
+stderr ~ ^WARNING: unable to properly remove all mail handlers for example.com$" --remove-domain --domain-name=example.com
+row hosted+nopasswd 1 'stdout =
+stderr ~ ^mailrig\[[0-9]+\]: Unable to remove auth record for domain example.com$' --remove-domain --domain-name=example.com
+row hosted+nopanel 1 'passwd -domains|1|example.com|0
+passwd -users|1|1|info|||0
+stderr ~ Access denied' --remove-domain --domain-name=example.com
+row fresh 0 "$quiet" --remove-domain --domain-name=example.com
+row fresh 1 'stderr ~ ^mandatory option "--domain-name" is not specified$' --remove-domain
 
-# --- a handler store that cannot be opened only warns
-run --add-domain --domain-name=warn.test
-mv /var/lib/quelt/mail/handlers/handlers.db /tmp/handlers.saved && mkdir /var/lib/quelt/mail/handlers/handlers.db
-run --remove-domain --domain-name=warn.test
-expect_status 0 "remove with a broken handler store"
-expect_eq "$(grep WARNING "$OUT")" "WARNING: unable to properly remove all mail handlers for warn.test" "warning line"
-expect_eq "$(dump virtual_domains | grep -c warn.test)" "0" "records removed despite the warning"
+# --- turn off / on: password status of the domain and its alias, records, handlers
+switched="virtual_domains -example.com	example.com/
+$(std virtual - example.com)
+passwd -domains|1|example.com|0
+passwd -domains|2|alias.example|0
+passwd +domains|1|example.com|1
+passwd +domains|2|alias.example|1"
+row hosted 0 "$quiet
+$switched
+handlers -handlers|1|1|1|10|h|info@example.com|/bin/true|none
+handlers -handlers|1|1|1|10|d|example.com|/bin/true|none
+handlers +handlers|1|1|0|10|h|info@example.com|/bin/true|none
+handlers +handlers|1|1|0|10|d|example.com|/bin/true|none" --turn-off-domain --domain-name=example.com
+row hosted+nohandlers 0 "$switched
+stderr ~ Unable to open database $HANDLERS_DB" --turn-off-domain --domain-name=example.com
+row hosted+nopasswd 1 'stderr ~ ^mailrig\[[0-9]+\]: Unable to disable auth records for domain example.com$' \
+  --turn-off-domain --domain-name=example.com
+row hosted+nopanel 1 'passwd -domains|1|example.com|0
+passwd +domains|1|example.com|1
+stderr ~ Access denied' --turn-off-domain --domain-name=example.com
+row hosted+off 0 "$quiet
+$(printf '%s\n' "$switched" | sed 's/^\([a-z_]*\) -/\1 =/; s/^\([a-z_]*\) +/\1 -/; s/^\([a-z_]*\) =/\1 +/')
+handlers +handlers|1|1|1|10|h|info@example.com|/bin/true|none
+handlers +handlers|1|1|1|10|d|example.com|/bin/true|none
+handlers -handlers|1|1|0|10|h|info@example.com|/bin/true|none
+handlers -handlers|1|1|0|10|d|example.com|/bin/true|none" --turn-on-domain --domain-name=example.com
+row hosted+off+nopanel 1 'passwd -domains|1|example.com|1
+passwd +domains|1|example.com|0
+stderr ~ Access denied' --turn-on-domain --domain-name=example.com
+row hosted+nopasswd 1 'stderr ~ ^mailrig\[[0-9]+\]: Unable to enable auth records for domain example.com$' \
+  --turn-on-domain --domain-name=example.com
+
+# --- the domain quota reaches the mailboxes without a quota of their own
+row quota 0 "$quiet
+tree +quota.test/info/Maildir/maildirsize popuser:popuser 644
+files +quota.test/info/Maildir/maildirsize: 7000S,0C
+files +quota.test/info/Maildir/maildirsize:            0           0" \
+  --set-domain-disk-quota --domain-name=quota.test --disk-quota=7000
+row quota 0 "$quiet
+tree +quota.test/info/Maildir/maildirsize popuser:popuser 644
+files +quota.test/info/Maildir/maildirsize: 0S,0C
+files +quota.test/info/Maildir/maildirsize:            0           0" \
+  --set-domain-disk-quota --domain-name=quota.test --disk-quota=-1
+row quota 1 'stderr ~ ^mandatory option "--disk-quota" is not specified$' --set-domain-disk-quota --domain-name=quota.test
+
+# --- a whole-table rewrite waits for the table's lock and changes nothing until it goes
+use_fixture hosted
+lockfile=/var/lock/files/$(printf %s "$Q/virtual" | md5sum | cut -d' ' -f1)
+before=$(dump virtual)
+exec 9>"$lockfile"; flock 9
+"$MAILRIG" --remove-domain --domain-name=example.com >"$OUT" 2>"$ERR" 9>&- &
+pid=$!
+# Only our lock can hold it up; the kernel names the wait.
+for _ in $(seq 100); do [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] && break; sleep 0.1; done
+checks=$((checks + 1))
+[[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] || fail "remove-domain did not wait for the lock of virtual"
+expect_eq "$(dump virtual)" "$before" "virtual while its lock is held"
+exec 9>&-
+STATUS=0; wait "$pid" || STATUS=$?
+expect_status 0 "remove-domain after the lock went"
+expect_eq "$(dump virtual | grep -c @example.com)" 0 "virtual after the lock went"
 
 finish

@@ -9,7 +9,7 @@
 #include "front/options/program_options_helper.h"
 #include "handlers/mail_handlers.h"
 #include "model/managers/domain_manager.h"
-#include "model/names/idn.h"
+#include "model/names/name_checks.h"
 #include "runtime/proc_info.h"
 #include "runtime/uerr.h"
 #include "storage/maildirpp_manager.h"
@@ -23,14 +23,15 @@ constexpr const char* kTrivialRewrite = "/usr/lib/postfix/trivial-rewrite";
 
 enum class Quota { None, Optional, Mandatory };
 
-// Parses the options every domain command shares and returns the domain in ASCII form.
+// Parses the options every domain command shares and returns the domain in its checked ASCII
+// form.
 std::string parseDomain(ProgramOptionsHelper& options, Quota quota, int argc, char* argv[])
 {
     options.add()("domain-name", po::value<std::string>(), "domain name", true);
     if (quota != Quota::None)
         options.add()("disk-quota", po::value<std::int64_t>(), "disk quota", quota == Quota::Mandatory);
     options.parseOrExit(argc, argv);
-    return quelt::idn::toAscii(options.get<std::string>("domain-name"));
+    return quelt::names::checkedDomain(options.get<std::string>("domain-name"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "model/names/ip_addr.h"
 #include "model/names/mailname.h"
+#include "model/names/name_checks.h"
 #include "runtime/sh_quote.h"
 
 namespace {
@@ -19,6 +20,33 @@ TEST(Mailname, AcceptsAndRejects)
     for (const auto& [name, valid] : cases)
         EXPECT_EQ(is_mailname_valid(name.c_str()), valid) << "'" << name << "'";
     EXPECT_EQ(is_mailname_valid(nullptr), 0);
+}
+
+// Boundary lengths and forms of the command boundary's checks; the hostile values themselves are
+// rows of the domain scenario.
+TEST(NameChecks, DomainsAndAddressesAtTheirLimits)
+{
+    const std::string label63(63, 'a'), label64(64, 'a');
+    const std::string name253 = label63 + "." + label63 + "." + label63 + "." + std::string(61, 'b');
+    const std::pair<std::string, std::string> domains[] = {
+        {"Example.COM", "example.com"}, {"a-b.c0", "a-b.c0"},
+        {label63 + ".test", label63 + ".test"}, {name253, name253},
+        {label64 + ".test", "!"}, {name253 + "b", "!"}, {"a-.test", "!"}, {"a_b.test", "!"},
+        {"example.com.", "!"}, {"x.test/", "!"}, {"x test", "!"},
+    };
+    for (const auto& [in, want] : domains) {
+        if (want == "!")
+            EXPECT_ANY_THROW(quelt::names::checkedDomain(in)) << in;  // libidn itself refuses some
+        else
+            EXPECT_EQ(quelt::names::checkedDomain(in), want) << in;
+    }
+    EXPECT_EQ(quelt::names::checkedDomain("B\xc3\x9c" "CHER.example"), "xn--bcher-kva.example");
+    EXPECT_EQ(quelt::names::checkedAddress("Info@B\xc3\xbc" "cher.Example"), "info@xn--bcher-kva.example");
+    for (const char* bad : {"info", "a@b@c.test", "@c.test", "in fo@c.test", "info@", "info@c test", ".a@c.test"})
+        EXPECT_THROW(quelt::names::checkedAddress(bad), std::invalid_argument) << bad;
+    EXPECT_EQ(quelt::names::checkedMailname("Info"), "info");
+    EXPECT_THROW(quelt::names::checkedMailname("in\nfo"), std::invalid_argument);
+    EXPECT_EQ(quelt::names::printable("a\tb\\c\xff"), "a\\x09b\\x5cc\\xff");
 }
 
 TEST(ShQuote, EscapesTheShellsSpecialBytes)
