@@ -14,8 +14,10 @@ build_pkgs=(
 )
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
-  util-linux procps openssl cron iproute2
+  util-linux procps openssl cron iproute2 courier-imap
   rsyslog man-db
+  # the master.cf parser's fuzz target: clang with libFuzzer's runtime
+  clang libclang-rt-dev
 )
 # Only scripts/package-check.sh needs it: a brand-new Debian root to install the package in.
 check_pkgs=(debootstrap)

@@ -2,8 +2,8 @@
 #include <syslog.h>
 
 #include "front/dispatch/dispatcher.h"
-#include "front/dispatch/report.h"
 #include "runtime/fd_owner.h"
+#include "runtime/report.h"
 #include "runtime/log.h"
 
 int main(int argc, char* argv[])
