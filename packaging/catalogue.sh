@@ -53,14 +53,14 @@ option_table() {
 }
 
 # handler_help PROGRAM ARGS...: the program's help when it is a ProgramOptionsHelper's (a
-# description, "Usage: ...", "Allowed options to ..."), otherwise nothing and status 1.
+# description, "Usage: ..." with its continuation lines, "Allowed options to ..."), otherwise
+# nothing and status 1.
 handler_help() {
   local help
   help=$("$@" 2>/dev/null) || return 1
-  case $(sed -n '2s/ .*//p;3s/ .*//p' <<<"$help" | tr '\n' ' ') in
-    "Usage: Allowed ") printf '%s\n' "$help" ;;
-    *) return 1 ;;
-  esac
+  [[ $(sed -n 2p <<<"$help") == "Usage: "* ]] || return 1
+  grep -q '^Allowed options' <<<"$help" || return 1
+  printf '%s\n' "$help"
 }
 
 read_catalogue() {

@@ -183,19 +183,8 @@ row quota 1 'stderr ~ ^mandatory option "--disk-quota" is not specified$' --set-
 
 # --- a whole-table rewrite waits for the table's lock and changes nothing until it goes
 use_fixture hosted
-lockfile=/var/lock/files/$(printf %s "$Q/virtual" | md5sum | cut -d' ' -f1)
-before=$(dump virtual)
-exec 9>"$lockfile"; flock 9
-"$MAILRIG" --remove-domain --domain-name=example.com >"$OUT" 2>"$ERR" 9>&- &
-pid=$!
-# Only our lock can hold it up; the kernel names the wait.
-for _ in $(seq 100); do [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] && break; sleep 0.1; done
-checks=$((checks + 1))
-[[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] || fail "remove-domain did not wait for the lock of virtual"
-expect_eq "$(dump virtual)" "$before" "virtual while its lock is held"
-exec 9>&-
-STATUS=0; wait "$pid" || STATUS=$?
-expect_status 0 "remove-domain after the lock went"
+lock_held_run "$Q/virtual" virtual "$MAILRIG" --remove-domain --domain-name=example.com
+expect_status 0 "remove-domain after the lock of virtual went"
 expect_eq "$(dump virtual | grep -c @example.com)" 0 "virtual after the lock went"
 
 finish

@@ -32,8 +32,11 @@ for lib in $(for p in /tmp/root/usr/sbin/*; do readelf -d "$p"; done | sed -n 's
   path=$(ldconfig -p | awk -v l="$lib" '$1 == l { print $NF; exit }')
   # With /lib merged into /usr/lib, dpkg knows a library under either name.
   owner=$({ dpkg -S "$path" || dpkg -S "/usr$path"; } 2>/dev/null | head -1 | cut -d: -f1)
+  # A dependency may name the owner itself or a name it provides (libboost-regex1.74.0-icu72).
+  provides=$(dpkg-query -W -f='${Provides}' "${owner:-?}" 2>/dev/null | tr ',' '\n' | sed 's/^ *//; s/ .*//')
   checks=$((checks + 1))
-  grep -qx -- "${owner:-?}" <<<"$depends" || fail "$lib (${owner:-no package}) is not among the dependencies: $depends"
+  grep -qxF -f <(printf '%s\n' "${owner:-?}" $provides) <<<"$depends" ||
+    fail "$lib (${owner:-no package}) is not among the dependencies: $depends"
 done
 for program in postfix courier-imap maildrop; do
   checks=$((checks + 1))

@@ -1,18 +1,22 @@
 # Command cases as rows: a named starting state, the command line, the exit status and the
-# expected change of every store. Sourcing this starts the sandbox's MariaDB server and prepares
-# the server once with mailrig-setup; that state is the fixture `fresh`.
+# expected change of every store. Sourcing this starts the sandbox's MariaDB server; the saved
+# states `bare` (before mailrig-setup) and `fresh` (after it, made on first use) are the starts.
 #
-#   fixture NAME 'bash commands'     a state built from `fresh` (combine as "a+b")
-#   row FIXTURE RC EXPECT ARGS...    reset to FIXTURE, run mailrig ARGS, check status and changes
+#   fixture NAME 'bash commands'     a state built from fresh; "a+b" applies b on top of a,
+#                                    "bare+a" starts from bare instead
+#   row FIXTURE RC EXPECT ARGS...    reset to FIXTURE, run $MAILRIG ARGS (MAILRIG=$SETUP row ...
+#                                    runs mailrig-setup), check status, streams and every store
 #   use_fixture FIXTURE              reset to FIXTURE without running anything
+#   save_state NAME                  the current stores become a starting state NAME
 #   snapshot STORE                   the store's current snapshot lines
+#   lock_held_run PATH STORE CMD...  CMD must wait for PATH's lock with STORE unchanged
 #
 # EXPECT lines: `<store> +<line>`, `<store> -<line>`, `<store> *`, `stdout = <text>`,
 # `stdout ~ <ERE>` (same for stderr). `= <text>` means the whole stream is text (with \n, \t,
 # \\ escapes) plus one closing newline; a bare `=` means an empty stream. Stores not named must
-# be unchanged. Stores: the six tables, tree, files, passwd, handlers, panel, maincf, mastercf,
-# other, and signals (`trivial-rewrite INT`: a signal the stand-in of Postfix's address
-# rewriting daemon received).
+# be unchanged. Stores: the six tables, tree (the mail root itself is `./`), files, passwd,
+# handlers, panel, maincf, mastercf, other, and signals (`trivial-rewrite INT`: a signal the
+# stand-in of Postfix's address rewriting daemon received).
 . "$MAILRIG_TESTS/scenario/lib.sh"
 export LC_ALL=C
 
@@ -331,6 +335,26 @@ row() {
     printf '    %s\n' "${problems[@]}" >&2
     [ ! -s "$ERR" ] || head -c 600 "$ERR" | cat -v | sed 's/^/    stderr| /' >&2
   fi
+}
+
+# lock_held_run PATH STORE COMMAND...: runs COMMAND while this script holds the lock mailrig
+# takes for PATH; fails unless COMMAND waits for it with STORE unchanged. COMMAND's streams are
+# in $OUT and $ERR and its status in STATUS once the lock went.
+lock_held_run() {
+  local path=$1 store=$2 before pid lockfd
+  shift 2
+  before=$(snapshot "$store")
+  exec {lockfd}>"/var/lock/files/$(printf %s "$path" | md5sum | cut -d' ' -f1)"
+  flock "$lockfd"
+  "$@" >"$OUT" 2>"$ERR" {lockfd}>&- &
+  pid=$!
+  # Only our lock can hold it up; the kernel names the wait.
+  for _ in $(seq 100); do [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] && break; sleep 0.1; done
+  checks=$((checks + 2))
+  [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] || fail "${1##*/} did not wait for the lock of $path"
+  [ "$(snapshot "$store")" = "$before" ] || fail "$store changed while the lock of $path was held"
+  exec {lockfd}>&-
+  STATUS=0; wait "$pid" || STATUS=$?
 }
 
 # --- the prepared server ---------------------------------------------------------------------

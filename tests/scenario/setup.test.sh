@@ -59,6 +59,12 @@ maincf +virtual_mailbox_base = $ROOT
 vmailbox -<absent>
 stdout = created the empty table hash:$Q/vmailbox\nmain.cf: set virtual_mailbox_base = $ROOT\nmailrig-setup: the server is ready"
 
+# A main.cf change waits for main.cf's lock.
+use_fixture ready+halfway
+lock_held_run /etc/postfix/main.cf maincf "$SETUP"
+expect_status 0 "setup after the lock of main.cf went"
+expect_eq "$(postconf -h virtual_mailbox_base)" "$ROOT" "virtual_mailbox_base after the lock went"
+
 # The password database is never wiped by a plain run, only on request.
 fixture kept "passwd_sql \"INSERT INTO domains (name, status) VALUES ('kept.test', 0)\""
 MAILRIG=$SETUP row ready+kept 0 "$nothing"
