@@ -11,7 +11,7 @@
 # Every comparison is interleaved run by run, each run from the same saved state. Runs itself
 # inside the test sandbox with its MariaDB server (tables and trees on the sandbox's tmpfs).
 #   bench/commands_bench.sh [sections...]   (default: overhead rewrite lookups)
-#   SIZES="1000 100000 1000000" RUNS=5 ALIASES="0 5" REWRITE_SIZES="100000 1000000"
+#   SIZES="1000 100000 1000000" RUNS=11 BIG_RUNS=5 ALIASES="0 5" REWRITE_SIZES="100000 1000000"
 #   LOOKUP_SIZE=1000000; expects a build of mailrig and mailrig-setup in ./build.
 #   OTHER_MAILRIG=path adds another build of mailrig to the overhead runs (before and after).
 set -euo pipefail
@@ -27,7 +27,8 @@ if [ -z "${MAILRIG_SANDBOX_INSIDE:-}" ]; then
 fi
 sections=${*:-overhead rewrite lookups}
 sizes=${SIZES:-1000 100000 1000000}
-runs=${RUNS:-5}
+runs=${RUNS:-11}
+big_runs=${BIG_RUNS:-5}   # at 1,000,000 records and more, where one run takes seconds
 alias_counts=${ALIASES:-0 5}
 rewrite_sizes=${REWRITE_SIZES:-100000 1000000}
 lookup_size=${LOOKUP_SIZE:-1000000}
@@ -82,10 +83,15 @@ timed() {
 
 # --- states -----------------------------------------------------------------------------------
 
-save_state() { rm -rf "$work/state.$1"; mkdir -p "$work/state.$1"; cp -a "${STATE_DIRS[@]}" "$work/state.$1/"; }
+# States keep each folder under its whole path (/var/lib/quelt and /var/spool/postfix/quelt).
+save_state() {
+  local d
+  rm -rf "$work/state.$1"
+  for d in "${STATE_DIRS[@]}"; do mkdir -p "$work/state.$1${d%/*}"; cp -a "$d" "$work/state.$1${d%/*}/"; done
+}
 restore_state() {
   local d
-  for d in "${STATE_DIRS[@]}"; do rm -rf "$d"; cp -a "$work/state.$1/${d##*/}" "${d%/*}/"; done
+  for d in "${STATE_DIRS[@]}"; do rm -rf "$d"; cp -a "$work/state.$1$d" "${d%/*}/"; done
   # A state is a moment of the past: Postfix's tools need not wait for main.cf to settle.
   touch -d '-1 min' /etc/postfix/main.cf
 }
@@ -143,6 +149,8 @@ if [ -e $work/spy.on ]; then
   printf '%s\0' /usr/sbin/$tool "\$@" > $work/calls/\$n.args
   case " \$* " in
     *' -i '*|*' -d - '*) cat > $work/calls/\$n.in; exec $work/real/$tool "\$@" < $work/calls/\$n.in ;;
+    *' -s '*|*' -q '*|*' -d '*) ;;
+    *) if [ $tool = postmap ]; then last=\${*: -1}; cp "\${last#*:}" $work/calls/\$n.text; fi ;;
   esac
 fi
 exec $work/real/$tool "\$@"
@@ -173,10 +181,21 @@ record() {
       elif [[ " ${args[*]} " == *' -s '* ]]; then
         dump=$Q/.replay.dump
         printf '%q ' "${args[@]}"; printf '> %q\n' "$dump"
+      elif [ -e "$work/calls/$n.text" ]; then
+        # A rebuild from a text beside the table: the shell writes that text (copied here), builds
+        # it and renames the result into place.
+        local text=${args[-1]#hash:} base
+        base=${text##*/}; base=${base#.}; base=${base%%.tmp.*}
+        printf 'cp %q %q
+' "$work/calls.$name/$n.text" "$text"
+        printf '%q ' "${args[@]}"; echo '> /dev/null'
+        printf 'mv %q %q
+rm -f %q
+' "$text.db" "${text%/*}/$base.db" "$text"
       else
         case " ${args[*]} " in
           *' -q '*|*' -d '*|*postconf*) printf '%q ' "${args[@]}"; echo '> /dev/null || true' ;;
-          *) echo "record $name: a rebuild run cannot be replayed: ${args[*]}" >&2; exit 1 ;;
+          *) echo "record $name: a rebuild without its text cannot be replayed: ${args[*]}" >&2; exit 1 ;;
         esac
       fi
     done
@@ -196,19 +215,21 @@ peer_add() {
 
 overhead() {
   local n a name
-  echo "## Command overhead (runs: $runs each, interleaved; load average at start: $(load_average))"
+  echo "## Command overhead (runs: $runs each, $big_runs from 1,000,000 records, interleaved; load average at start: $(load_average))"
   echo
   echo "Wall ms, median (min-max). replay = bash script of the same postmap/postconf runs, no locks."
   echo
-  echo "| records | domain aliases | command | postmap/postconf runs | mailrig | replay | ratio | peers' rebuild | peers/ours |"
-  echo "|---|---|---|---|---|---|---|---|---|"
+  echo "| records | domain aliases | command | postmap/postconf runs | mailrig | replay | ratio | peers' rebuild | peers/ours |${OTHER_MAILRIG:+ other build |}"
+  echo "|---|---|---|---|---|---|---|---|---|${OTHER_MAILRIG:+---|}"
   for n in $sizes; do
     for a in $alias_counts; do
       build_state "$n" "$a"
       for name in $OVERHEAD_COMMANDS; do record "$name"; done
+      local rounds=$runs
+      [ "$n" -lt 1000000 ] || rounds=$big_runs
       for name in $OVERHEAD_COMMANDS; do
         local -a ours=() theirs=() peers=() other=()
-        for ((r = 0; r < runs; r++)); do
+        for ((r = 0; r < rounds; r++)); do
           restore_state base; timed ours mailrig_run "$name"
           if [ -n "${OTHER_MAILRIG:-}" ]; then restore_state base; timed other mailrig_run "$name" "$OTHER_MAILRIG"; fi
           restore_state base; timed theirs bash "$work/replay.$name.sh"
@@ -275,7 +296,7 @@ AWK
 
 rewrite() {
   local n name rss
-  echo "## Whole-table rewrites (runs: $runs each, interleaved; load average at start: $(load_average))"
+  echo "## Whole-table rewrites (runs: $runs each, $big_runs from 1,000,000 records, interleaved; load average at start: $(load_average))"
   echo
   echo "Wall ms, median (min-max); pipeline = postmap -s | filter > text; postmap; mv (mawk for"
   echo "--remove-domain's element filter, sed for the rename); floor = postmap -s > text; postmap; mv."
@@ -288,7 +309,9 @@ rewrite() {
       if [ "$name" = remove-domain ]; then FILTER=(mawk -v D=$D -f "$work/remove.awk")
       else FILTER=(sed 's/\(^\|[ ,]\)info@example\.com\([ ,]\|$\)/\1office@example.com\2/g'); fi
       local -a ours=() theirs=() floor=() rsses=()
-      for ((r = 0; r < runs; r++)); do
+      local rounds=$runs
+      [ "$n" -lt 1000000 ] || rounds=$big_runs
+      for ((r = 0; r < rounds; r++)); do
         restore_state base; timed ours mailrig_run "$name"
         restore_state base; timed theirs shell_rewrite
         restore_state base; timed floor bare_rewrite
