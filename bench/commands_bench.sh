@@ -70,15 +70,34 @@ mailrig_run() {
   fi
 }
 
-# timed VAR COMMAND...: runs COMMAND in this shell, its wall time in microseconds appended to
-# the array VAR.
+# children_cpu_us VAR: the processor time (user and system, us) of this shell's finished
+# children, read without starting a process (whose own time would count).
+children_cpu_us() {
+  local -n out=$1
+  local user sys t total=0
+  times > "$work/times"
+  { read -r _; read -r user sys; } < "$work/times"
+  for t in "$user" "$sys"; do   # like 1m2.345s
+    local min=${t%%m*} sec=${t#*m}
+    sec=${sec%s}
+    total=$(( total + (min * 60 + ${sec%.*}) * 1000000 + 10#${sec#*.} * 1000 ))
+  done
+  out=$total
+}
+
+# timed VAR COMMAND...: runs COMMAND in this shell; its wall time in microseconds is appended to
+# the array VAR, its processor time (its own and its children's, not a server's) to VAR_cpu.
 timed() {
-  local -n into=$1
+  local -n into=$1 cpu=${1}_cpu
   shift
-  local start=$EPOCHREALTIME end
+  local before after start end
+  children_cpu_us before
+  start=$EPOCHREALTIME
   "$@"
   end=$EPOCHREALTIME
+  children_cpu_us after
   into+=($(( ${end/./} - ${start/./} )))
+  cpu+=($(( after - before )))
 }
 
 # --- states -----------------------------------------------------------------------------------
@@ -218,9 +237,11 @@ overhead() {
   echo "## Command overhead (runs: $runs each, $big_runs from 1,000,000 records, interleaved; load average at start: $(load_average))"
   echo
   echo "Wall ms, median (min-max). replay = bash script of the same postmap/postconf runs, no locks."
+  echo "CPU ms = user + system time of the command and its children (median), mailrig / replay;"
+  echo "the MariaDB server's time for mailrig's queries is in neither."
   echo
-  echo "| records | domain aliases | command | postmap/postconf runs | mailrig | replay | ratio | peers' rebuild | peers/ours |${OTHER_MAILRIG:+ other build |}"
-  echo "|---|---|---|---|---|---|---|---|---|${OTHER_MAILRIG:+---|}"
+  echo "| records | domain aliases | command | postmap/postconf runs | mailrig | replay | ratio | CPU ms | CPU ratio | peers' rebuild | peers/ours |${OTHER_MAILRIG:+ other build |}"
+  echo "|---|---|---|---|---|---|---|---|---|---|---|${OTHER_MAILRIG:+---|}"
   for n in $sizes; do
     for a in $alias_counts; do
       build_state "$n" "$a"
@@ -228,7 +249,7 @@ overhead() {
       local rounds=$runs
       [ "$n" -lt 1000000 ] || rounds=$big_runs
       for name in $OVERHEAD_COMMANDS; do
-        local -a ours=() theirs=() peers=() other=()
+        local -a ours=() theirs=() peers=() other=() ours_cpu=() theirs_cpu=() peers_cpu=() other_cpu=()
         for ((r = 0; r < rounds; r++)); do
           restore_state base; timed ours mailrig_run "$name"
           if [ -n "${OTHER_MAILRIG:-}" ]; then restore_state base; timed other mailrig_run "$name" "$OTHER_MAILRIG"; fi
@@ -241,9 +262,12 @@ overhead() {
         if [ "$name" = add-mailname ]; then
           peer=$(spread "${peers[@]}"); times="$(ratio "$(median "${peers[@]}")" "$(median "${ours[@]}")")x"
         fi
-        printf '| %s | %s | --%s | %s | %s | %s | %sx | %s | %s |\n' "$n" "$a" "$name" \
+        printf '| %s | %s | --%s | %s | %s | %s | %sx | %s / %s | %sx | %s | %s |\n' "$n" "$a" "$name" \
           "$(cat "$work/replay.$name.count")" "$(spread "${ours[@]}")" "$(spread "${theirs[@]}")" \
-          "$(ratio "$(median "${ours[@]}")" "$(median "${theirs[@]}")")" "$peer" "$times${other:+ | other build $(spread "${other[@]}")}"
+          "$(ratio "$(median "${ours[@]}")" "$(median "${theirs[@]}")")" \
+          "$(ms "$(median "${ours_cpu[@]}")")" "$(ms "$(median "${theirs_cpu[@]}")")" \
+          "$(ratio "$(median "${ours_cpu[@]}")" "$(median "${theirs_cpu[@]}")")" \
+          "$peer" "$times${other:+ | other build $(spread "${other[@]}")}"
       done
     done
   done
@@ -308,7 +332,7 @@ rewrite() {
     for name in $REWRITE_COMMANDS; do
       if [ "$name" = remove-domain ]; then FILTER=(mawk -v D=$D -f "$work/remove.awk")
       else FILTER=(sed 's/\(^\|[ ,]\)info@example\.com\([ ,]\|$\)/\1office@example.com\2/g'); fi
-      local -a ours=() theirs=() floor=() rsses=()
+      local -a ours=() theirs=() floor=() rsses=() ours_cpu=() theirs_cpu=() floor_cpu=()
       local rounds=$runs
       [ "$n" -lt 1000000 ] || rounds=$big_runs
       for ((r = 0; r < rounds; r++)); do
