@@ -143,7 +143,7 @@ build_state() {
   postmap -s "$V" > "$work/virtual.txt"
   have=$(wc -l < "$work/virtual.txt")
   awk -v n=$((n - have)) 'BEGIN { for (i = 0; i < n; i++)
-      printf "u%d@d%d.example a%d@x.example,b%d@d%d.example  c%d@y.example\n", i, i % 1000, i, i, (i + 7) % 1000, i }' \
+      printf "u%d@d%d.example a%d@x.example, b%d@d%d.example, c%d@y.example\n", i, i % 1000, i, i, (i + 7) % 1000, i }' \
     >> "$work/virtual.txt"
   cp "$work/virtual.txt" "$Q/virtual"
   postmap "$V"
