@@ -158,7 +158,7 @@ mailrig_run_args() {
 # --- the replaying shell script -----------------------------------------------------------------
 
 # While $work/spy.on exists, postmap and postconf log each run's arguments and standard input
-# (the runs mailrig makes while one command is recorded); otherwise they are the real tools.
+# (the runs mailrig makes while one command is recorded).
 for tool in postmap postconf; do
   cp "/usr/sbin/$tool" "$work/real/$tool"
   cat > "$work/real/$tool.spy" <<EOF
@@ -175,8 +175,11 @@ fi
 exec $work/real/$tool "\$@"
 EOF
   chmod 755 "$work/real/$tool.spy"
-  mount --bind "$work/real/$tool.spy" "/usr/sbin/$tool"
 done
+# The spies stand in for the tools only while a command is recorded: a timed run starts the
+# real tools.
+spy_on() { local tool; for tool in postmap postconf; do mount --bind "$work/real/$tool.spy" "/usr/sbin/$tool"; done; }
+spy_off() { umount /usr/sbin/postmap /usr/sbin/postconf; }
 
 # record NAME: runs the command once from `base` and writes $work/replay.NAME.sh, a shell script
 # making the same postmap and postconf runs with the same arguments and input, in the same order.
@@ -186,7 +189,9 @@ record() {
   local -a args
   restore_state base
   rm -f "$work"/calls/*; echo 0 > "$work/spy.count"; touch "$work/spy.on"
+  spy_on
   mailrig_run "$name"
+  spy_off
   rm "$work/spy.on"
   rm -rf "$work/calls.$name"; cp -a "$work/calls" "$work/calls.$name"
   {
