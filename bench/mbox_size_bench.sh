@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # get_mbox_size of a mailbox of 100,000 messages, alone and as `mailrig --get-mailbox-size`,
-# against `du -sb` of the same tree, whole-process wall time, median of N runs each (interleaved), with the tree in the page cache. Three shapes:
+# against `du -sb` and against a bare read of its folders (`find -type f | wc -l`), whole-process
+# wall time, median of N runs each (interleaved), with the tree in the page cache. Three shapes:
 #   file:  a trusted maildirsize (the usual case: read the file, no scan)
 #   named: no maildirsize, every message name carries ",S=" (a scan without a stat per message)
 #   plain: no maildirsize, names without sizes (a scan with one stat per message)
@@ -51,23 +52,28 @@ PY
 
 
 size_command=("$mailrig" --get-mailbox-size --domain-name=example.com --mailname=info)
+# The least any size of the tree costs: reading every folder of it, no stat, no file opened.
+bare_read() { find "$home" -type f | wc -l; }
 measure() {
   local shape=$1
-  local -a bt=() mt=() dt=()
+  local -a bt=() mt=() dt=() ft=()
   "$bench" size info example.com >/dev/null; du -sb "$home" >/dev/null   # warm the cache
   for ((i = 0; i < runs; i++)); do
     bt+=("$(time_us "$bench" size info example.com)")
     mt+=("$(time_us "${size_command[@]}")")
     dt+=("$(time_us du -sb "$home")")
+    ft+=("$(time_us bare_read)")
   done
-  printf '| %s | %s | %s | %s | %s us | %s us | %s us |\n' "$shape" "$("$bench" size info example.com)" \
+  printf '| %s | %s | %s | %s | %s | %s | %s | %s | %sx |\n' "$shape" "$("$bench" size info example.com)" \
     "$("${size_command[@]}")" "$(du -sb "$home" | cut -f1)" \
-    "$(median "${bt[@]}")" "$(median "${mt[@]}")" "$(median "${dt[@]}")"
+    "$(spread "${bt[@]}")" "$(spread "${mt[@]}")" "$(spread "${dt[@]}")" "$(spread "${ft[@]}")" \
+    "$(ratio "$(median "${mt[@]}")" "$(median "${ft[@]}")")"
 }
 
-echo "messages: $messages, runs: $runs each, interleaved"
-echo "| shape | get_mbox_size bytes | mailrig bytes | du -sb bytes | get_mbox_size median | mailrig median | du -sb median |"
-echo "|---|---|---|---|---|---|---|"
+echo "messages: $messages, runs: $runs each, interleaved; load average: $(load_average)"
+echo "Wall ms, median (min-max)."
+echo "| shape | get_mbox_size bytes | mailrig bytes | du -sb bytes | get_mbox_size | mailrig | du -sb | find -type f \\| wc -l | mailrig/find |"
+echo "|---|---|---|---|---|---|---|---|---|"
 populate 1
 measure named
 "$bench" quota info example.com 10000000000 >/dev/null   # one scan, then a trusted file

@@ -21,7 +21,7 @@ for ((i = 0; i < runs; i++)); do
 done
 m=$(median "${mt[@]}")
 t=$(median "${tt[@]}")
-echo "runs: $runs each, interleaved"
-echo "mailrig --help: median ${m} us"
-echo "trivial C++:    median ${t} us"
-echo "difference:     $(( m - t )) us"
+echo "runs: $runs each, interleaved; load average: $(load_average)"
+echo "mailrig --help: ms median (min-max) $(spread "${mt[@]}")"
+echo "trivial C++:    ms median (min-max) $(spread "${tt[@]}")"
+echo "difference:     $(( m - t )) us; ratio $(ratio "$m" "$t")x"

@@ -24,6 +24,27 @@ MYSQL* useOrConnect(MYSQL* handle, MysqlHandle& own)
     return own.get();
 }
 
+// The handle a lookup escapes its values with and runs its query on: the caller's, or one
+// connection opened for the whole lookup rather than one per escaped value and one more for the
+// query (each a login and a "SET NAMES" round trip). When that connection cannot be made, the
+// handle is null and the first escape connects itself and reports the failure as it always has.
+class LookupHandle {
+public:
+    explicit LookupHandle(MYSQL* handle) : handle_(handle)
+    {
+        if (handle_)
+            return;
+        std::string unreported;
+        own_ = db_connect_nothrow(unreported);
+        handle_ = own_.get();
+    }
+    MYSQL* get() const { return handle_; }
+
+private:
+    MysqlHandle own_;
+    MYSQL* handle_;
+};
+
 // The handle, or null in its place when it carries an error number.
 MysqlHandle withoutErrorNumber(MysqlHandle handle)
 {
@@ -199,23 +220,26 @@ int lookup(MYSQL* handle, StringList& list, const char* failure, const std::stri
 
 int get_domaliases_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
 {
-    const std::string escaped = mysql_real_escape_entity(handle, domain);
-    return lookup(handle, list, "Unable to get domain aliases from database for", domain,
+    const LookupHandle use(handle);
+    const std::string escaped = mysql_real_escape_entity(use.get(), domain);
+    return lookup(use.get(), list, "Unable to get domain aliases from database for", domain,
                   "SELECT da.name FROM domainaliases da JOIN domains d WHERE da.dom_id=d.id and d.name='%s'", escaped);
 }
 
 int get_mailnames_by_domain(MYSQL* handle, StringList& list, const std::string& domain)
 {
-    const std::string escaped = mysql_real_escape_entity(handle, domain);
-    return lookup(handle, list, "Unable to get mailnames from domain", domain,
+    const LookupHandle use(handle);
+    const std::string escaped = mysql_real_escape_entity(use.get(), domain);
+    return lookup(use.get(), list, "Unable to get mailnames from domain", domain,
                   "SELECT m.mail_name FROM mail m JOIN domains d WHERE m.dom_id=d.id AND d.name='%s'", escaped);
 }
 
 int get_aliases_by_mailname(MYSQL* handle, StringList& list, const std::string& mailname, const std::string& domain)
 {
-    const std::string escapedMailname = mysql_real_escape_entity(handle, mailname);
-    const std::string escapedDomain = mysql_real_escape_entity(handle, domain);
-    return lookup(handle, list, "Unable to get aliases for mailname", mailname + "@" + domain,
+    const LookupHandle use(handle);
+    const std::string escapedMailname = mysql_real_escape_entity(use.get(), mailname);
+    const std::string escapedDomain = mysql_real_escape_entity(use.get(), domain);
+    return lookup(use.get(), list, "Unable to get aliases for mailname", mailname + "@" + domain,
                   "SELECT ma.alias FROM mail_aliases ma JOIN mail m, domains d WHERE ma.mn_id=m.id AND "
                   "m.mail_name='%s' AND m.dom_id=d.id AND d.name='%s'",
                   escapedMailname, escapedDomain);
@@ -223,9 +247,10 @@ int get_aliases_by_mailname(MYSQL* handle, StringList& list, const std::string& 
 
 int get_domain_by_domainalias(MYSQL* handle, std::optional<std::string>& domain, const std::string& domainAlias)
 {
-    const std::string escaped = mysql_real_escape_entity(handle, domainAlias);
+    const LookupHandle use(handle);
+    const std::string escaped = mysql_real_escape_entity(use.get(), domainAlias);
     StringList names;
-    if (lookup(handle, names, "Unable to get domain by domainalias", domainAlias,
+    if (lookup(use.get(), names, "Unable to get domain by domainalias", domainAlias,
                "SELECT d.name FROM domains d JOIN domainaliases da WHERE d.id=da.dom_id AND da.name='%s'", escaped) != 0)
         return -1;
     if (names && !names->empty())

@@ -162,6 +162,13 @@ handlers +handlers|1|1|1|10|h|info@example.com|/bin/true|none
 handlers +handlers|1|1|1|10|d|example.com|/bin/true|none
 handlers -handlers|1|1|0|10|h|info@example.com|/bin/true|none
 handlers -handlers|1|1|0|10|d|example.com|/bin/true|none" --turn-on-domain --domain-name=example.com
+# A lookup that cannot log in says so once, then why it stops.
+use_fixture hosted+nopanel
+run --turn-off-domain --domain-name=example.com
+expect_eq "$(sed 's/^mailrig\[[0-9]*\]: //; s/^System error [0-9]*: .*/System error N/' "$ERR")" \
+  "Unable to connect to Quelt Database: Access denied for user 'admin'@'localhost' (using password: YES)
+System error N
+Unable to connect to mysql database for query escape" "stderr of a lookup without the panel database"
 row hosted+off+nopanel 1 'passwd -domains|1|example.com|1
 passwd +domains|1|example.com|0
 stderr ~ Access denied' --turn-on-domain --domain-name=example.com
