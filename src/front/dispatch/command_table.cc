@@ -1,7 +1,9 @@
 // Every command word of this build and its handler.
+#include "front/commands/alias_commands.h"
 #include "front/commands/attachment_commands.h"
 #include "front/commands/domain_commands.h"
 #include "front/commands/handler_commands.h"
+#include "front/commands/mailname_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -10,6 +12,20 @@ namespace quelt::mail::postfix::mailrig_commands {
 CommandTable buildCommandTable()
 {
     return CommandTable{
+        {"--add-mailname", addMailname},
+        {"--remove-mailname", removeMailname},
+        {"--rename-mailname", renameMailname},
+        {"--add-mailbox", addMailbox},
+        {"--remove-mailbox", removeMailbox},
+        {"--get-mailbox-size", getMailboxSize},
+        {"--set-password", setPassword},
+        {"--set-mailbox-disk-quota", setMailboxDiskQuota},
+        {"--add-redirect", addRedirect},
+        {"--remove-redirect", removeRedirect},
+        {"--set-autoresponder", addAutoresponder},
+        {"--reset-autoresponder", removeAutoresponder},
+        {"--add-alias", addAlias},
+        {"--remove-alias", removeAlias},
         {"--add-domain", addDomain},
         {"--remove-domain", removeDomain},
         {"--turn-on-domain", enableDomain},

@@ -4,12 +4,11 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/algorithm/string/replace.hpp>
 
-#include <functional>
-#include <utility>
 
 #include "auth/panel_db.h"
 #include "auth/panel_passwd.h"
 #include "model/managers/hostname.h"
+#include "model/managers/rename_undo.h"
 #include "runtime/sh_quote.h"
 #include "runtime/uerr.h"
 #include "storage/maildirpp_manager.h"
@@ -51,32 +50,6 @@ DomainManager::Names domainWithAliases(const std::string& domain)
     append_domainaliases_by_domain(names, domain);
     return names;
 }
-
-// Undo steps of a rename, run in reverse order unless the rename completed. A failing undo step
-// is reported and the others still run.
-class RenameUndo {
-public:
-    explicit RenameUndo(std::string title) : title_(std::move(title)) {}
-    ~RenameUndo()
-    {
-        for (auto it = steps_.rbegin(); it != steps_.rend(); ++it) {
-            try {
-                (*it)();
-            } catch (...) {
-                reportCriticalRestore(title_);
-            }
-        }
-    }
-    RenameUndo(const RenameUndo&) = delete;
-    RenameUndo& operator=(const RenameUndo&) = delete;
-
-    void push(std::function<void()> undo) { steps_.push_back(std::move(undo)); }
-    void dismiss() { steps_.clear(); }
-
-private:
-    std::string title_;
-    std::vector<std::function<void()>> steps_;
-};
 
 // Keeps the host's own name a hosted address set while domains are renamed to and from it. On
 // an unfinished rename it puts the entry back as it was; the first failing undo step is

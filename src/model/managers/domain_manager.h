@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "model/managers/rename_undo.h"
 #include "storage/maildir_manager.h"
 #include "tables/batch_database_helper.h"
 
@@ -67,8 +68,5 @@ public:
 
 // The six local parts every hosted domain answers to.
 extern const char* const stdAddresses[6];
-
-// Writes the critical-restore message for the table called `title` to quelt::uerr.
-void reportCriticalRestore(const std::string& title);
 
 }  // namespace quelt::mail::postfix
