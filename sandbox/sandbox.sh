@@ -56,6 +56,9 @@ else
   mkdir -p /run/lock /run/mysqld
 fi
 mount -t tmpfs -o mode=1777 mailrig-lock /run/lock
+# Courier-IMAP keeps its pid files in /run/courier: a private one, so that a test's server is
+# never seen from, nor left on, the host.
+if [ -d /run/courier ]; then mount -t tmpfs -o mode=0775 mailrig-courier /run/courier; fi
 mkdir -p /var/lock/files
 mkdir -p /var/spool/postfix/quelt /var/spool/postfix/pid
 

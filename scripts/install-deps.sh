@@ -14,7 +14,9 @@ build_pkgs=(
 )
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
-  util-linux procps openssl cron iproute2
+  util-linux procps openssl cron iproute2 courier-imap
+  # the master.cf parser's fuzz target: clang with libFuzzer's runtime
+  clang libclang-rt-dev
 )
 
 missing=()

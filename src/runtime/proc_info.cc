@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "runtime/log.h"
@@ -30,7 +32,49 @@ bool isNumber(const char* text)
     return true;
 }
 
+// "pid (name) state ppid ..." of /proc/<pid>/stat; the name may hold blanks and parentheses,
+// so it runs up to the last ')'. False when the process went away meanwhile.
+bool readStat(const char* pid, ProcessEntry& entry)
+{
+    std::ifstream in(std::string("/proc/") + pid + "/stat");
+    std::string text;
+    if (!std::getline(in, text))
+        return false;
+    const std::size_t open = text.find('(');
+    const std::size_t close = text.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open)
+        return false;
+    std::istringstream rest(text.substr(close + 1));
+    char state;
+    long ppid;
+    if (!(rest >> state >> ppid))
+        return false;
+    entry.pid = static_cast<pid_t>(std::atol(pid));
+    entry.ppid = static_cast<pid_t>(ppid);
+    entry.name = text.substr(open + 1, close - open - 1);
+    return true;
+}
+
 }  // namespace
+
+int for_each_process(const std::function<int(const ProcessEntry&)>& visitor)
+{
+    std::unique_ptr<DIR, DirCloser> proc(::opendir("/proc"));
+    if (!proc) {
+        quelt_log(3, "unable to open /proc filesystem: %s\n", std::strerror(errno));
+        return -1;
+    }
+    int result = 1;
+    ProcessEntry entry;
+    while (const struct dirent* dirEntry = ::readdir(proc.get())) {
+        if (!isNumber(dirEntry->d_name) || !readStat(dirEntry->d_name, entry))
+            continue;
+        result = visitor(entry);
+        if (result == 0)
+            break;
+    }
+    return result;
+}
 
 pid_t findProcessByPath(const std::string& path)
 {

@@ -129,10 +129,13 @@ store_files() {
 store_sums() {
   local store file
   local -a files=()
-  while read -r store file; do
-    if [ -f "$file" ]; then files+=("$file"); else echo "$store $file not a file"; fi
-  done < <(store_files)
-  sha1sum "${files[@]}" | awk 'NR == FNR { store[$2] = $1; next } { print store[$2], $1 }' <(store_files) - | sort
+  # comm needs the absent files' lines sorted in with the others.
+  {
+    while read -r store file; do
+      if [ -f "$file" ]; then files+=("$file"); else echo "$store $file not a file"; fi
+    done < <(store_files)
+    sha1sum "${files[@]}" | awk 'NR == FNR { store[$2] = $1; next } { print store[$2], $1 }' <(store_files) -
+  } | sort
 }
 
 MARK=$'\001store'

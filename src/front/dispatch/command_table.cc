@@ -4,6 +4,7 @@
 #include "front/commands/domain_commands.h"
 #include "front/commands/handler_commands.h"
 #include "front/commands/mailname_commands.h"
+#include "front/commands/service_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -40,6 +41,39 @@ CommandTable buildCommandTable()
         {"--disable-handler", disableHandler},
         {"--enable-handler", enableHandler},
         {"--check-handler", checkHandler},
+        {"--start-service", startService},
+        {"--stop-service", stopService},
+        {"--restart-service", restartService},
+        {"--reload-service", reloadService},
+        {"--status-service", statusService},
+        {"-p", startSMTPD},
+        {"--start-smtpd", startSMTPD},
+        {"-o", stopSMTPD},
+        {"--stop-smtpd", stopSMTPD},
+        {"-r", restartSMTPD},
+        {"--restart-smtpd", restartSMTPD},
+        {"-s", statusMTA},
+        {"--status-smtpd", statusMTA},
+        {"-l", startMTA},
+        {"--start-qmail-send", startMTA},
+        {"-m", stopMTA},
+        {"--stop-qmail-send", stopMTA},
+        {"-i", startIMAP},
+        {"--start-maild", startIMAP},
+        {"-t", stopIMAP},
+        {"--stop-maild", stopIMAP},
+        {"-z", restartIMAP},
+        {"--restart-maild", restartIMAP},
+        {"-e", statusIMAP},
+        {"--status-maild", statusIMAP},
+        {"--start-milter", startMilter},
+        {"--stop-milter", stopMilter},
+        {"--restart-milter", restartMilter},
+        {"--status-milter", statusMilter},
+        {"-a", enableSubmission},
+        {"--enable-message-submission", enableSubmission},
+        {"-b", disableSubmission},
+        {"--disable-message-submission", disableSubmission},
         {"-h", usageShortCmd},
         {"--help", usageShortCmd},
         {"--help-commands", usageCommandsCmd},

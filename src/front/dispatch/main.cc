@@ -2,7 +2,7 @@
 #include <syslog.h>
 
 #include "front/dispatch/dispatcher.h"
-#include "front/dispatch/report.h"
+#include "runtime/report.h"
 #include "runtime/log.h"
 
 int main(int argc, char* argv[])

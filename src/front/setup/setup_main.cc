@@ -4,7 +4,7 @@
 #include <iostream>
 #include <typeinfo>
 
-#include "front/dispatch/report.h"
+#include "runtime/report.h"
 #include "front/options/program_options_helper.h"
 #include "front/setup/server_setup.h"
 #include "runtime/log.h"

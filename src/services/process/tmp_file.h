@@ -36,6 +36,8 @@ public:
 
     // Flushes and closes the stream (idempotent); false when writing failed.
     bool close();
+    // Turns autoclean off: the file has been moved into place and is the caller's now.
+    void keep() { autoclean_ = false; }
 
 private:
     std::unique_ptr<__gnu_cxx::stdio_filebuf<char>> buf_;

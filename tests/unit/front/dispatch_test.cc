@@ -6,7 +6,7 @@
 
 #include "auth/passwd_location.h"
 #include "front/dispatch/dispatcher.h"
-#include "front/dispatch/report.h"
+#include "runtime/report.h"
 #include "runtime/errors.h"
 #include "runtime/traceback.h"
 #include "support/child.h"

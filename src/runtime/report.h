@@ -1,4 +1,5 @@
-// The last-resort report of an exception that escapes a command handler.
+// The last-resort report of an exception: at the top of every program, and where a command
+// reports a failed step and carries on.
 #pragma once
 
 #include <exception>

@@ -1,5 +1,5 @@
 // The last-resort report of an exception that escapes a command handler.
-#include "front/dispatch/report.h"
+#include "runtime/report.h"
 
 #include <typeinfo>
 
