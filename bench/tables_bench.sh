@@ -3,7 +3,7 @@
 # same dump/filter/rebuild done by a shell pipeline (postmap -s | awk > file; postmap), and one
 # incremental addRecord against a bare `postmap -r -i`. Runs itself inside the test sandbox.
 #   bench/tables_bench.sh [records...]   (default 1000000; expects a build in ./build)
-#   ROUNDS=3 ADDS=21 to change the repetitions.
+#   ROUNDS=3 ADDS=21 to change the repetitions; TABLES_BENCH=path to time another build.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/timing.sh"
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -13,7 +13,7 @@ fi
 sizes=${*:-1000000}
 rounds=${ROUNDS:-3}
 adds=${ADDS:-21}
-bench=$top/build/bench/tables_bench
+bench=${TABLES_BENCH:-$top/build/bench/tables_bench}
 dir=/var/spool/postfix/quelt
 table=hash:$dir/virtual
 work=$(mktemp -d)

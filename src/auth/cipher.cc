@@ -99,7 +99,7 @@ bool storeData(std::string& buffer, const std::string& data, const char* what)
 // Reads exactly `length` key bytes from `keyPath` into `out`; logs and returns false otherwise.
 bool readKey(const std::string& keyPath, unsigned char* out, std::size_t length)
 {
-    quelt::StdioFile file(std::fopen(keyPath.c_str(), "rb"));
+    quelt::StdioFile file(std::fopen(keyPath.c_str(), "rbe"));
     if (!file) {
         const int err = errno;
         quelt_log(LOG_ERR, "Can't read encryption key from '%s': %s (%d)", keyPath.c_str(), std::strerror(err),

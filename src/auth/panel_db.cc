@@ -35,7 +35,7 @@ MysqlHandle withoutErrorNumber(MysqlHandle handle)
 
 MysqlHandle quelt_db_connect_raw_ex(std::string& error)
 {
-    quelt::StdioFile file(std::fopen(kPanelPasswordFile, "r"));
+    quelt::StdioFile file(std::fopen(kPanelPasswordFile, "re"));
     if (!file) {
         error = std::string("Unable to open admin password file: ") + std::strerror(errno);
         return nullptr;

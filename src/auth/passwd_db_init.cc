@@ -166,7 +166,7 @@ int mailAuthDBDetectStyle()
         quelt_log(LOG_ERR, "path to mailrig is too long, check PRODUCT_ROOT_D (%s)", root.c_str());
         return -1;
     }
-    std::unique_ptr<std::FILE, PipeClose> output(::popen(command.c_str(), "r"));
+    std::unique_ptr<std::FILE, PipeClose> output(::popen(command.c_str(), "re"));
     if (!output) {
         quelt_log(LOG_ERR, "unable to execute %s: %s", command.c_str(), std::strerror(errno));
         return -1;

@@ -123,6 +123,17 @@ bool setNonBlocking(int fd)
     return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) >= 0;
 }
 
+void markCloseOnExecFrom(int first)
+{
+    if (::close_range(static_cast<unsigned>(first), ~0U, CLOSE_RANGE_CLOEXEC) == 0)
+        return;
+    for (int fd = first, end = ::getdtablesize(); fd < end; ++fd) {
+        const int flags = ::fcntl(fd, F_GETFD);
+        if (flags >= 0)
+            ::fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
+    }
+}
+
 void closeRange(int first, int last)
 {
     if (first > last)

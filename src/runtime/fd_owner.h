@@ -64,6 +64,10 @@ bool writeAll(int fd, const char* data, std::size_t size);
 // Adds O_NONBLOCK to the descriptor's status flags: true, or false with errno set.
 bool setNonBlocking(int fd);
 
+// Marks every descriptor from `first` up close-on-exec: for what the program inherited from its
+// caller, which none of its children is meant to see. Errors are ignored.
+void markCloseOnExecFrom(int first);
+
 // Closes every descriptor from `first` to `last` (nothing when first > last): close_range, else
 // one by one up to the descriptor table size. Meant for a child before exec; errors are ignored.
 void closeRange(int first, int last);

@@ -35,7 +35,7 @@ public:
     // Opens it for writing; failure is told straight on standard error, as for no other file.
     File open() const
     {
-        File file(std::fopen(path_.c_str(), "w"));
+        File file(std::fopen(path_.c_str(), "we"));
         if (!file)
             std::fprintf(stderr, "Unable to open file %s: %s\n", path_.c_str(), std::strerror(errno));
         return file;
@@ -83,7 +83,8 @@ std::string_view withoutNewline(std::string_view line)
 
 File openOrSay(const std::string& path, const char* mode)
 {
-    File file(std::fopen(path.c_str(), mode));
+    // "e": close-on-exec, so that no child inherits the file.
+    File file(std::fopen(path.c_str(), (std::string(mode) + "e").c_str()));
     if (!file)
         messlog2(0, 0, "Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
     return file;

@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 
+#include "runtime/file_stream.h"
 #include "runtime/log.h"
 
 namespace {
@@ -127,7 +127,7 @@ std::optional<std::string> conf_get_r(const std::string& key, const conf_data& c
 
 int conf_read_file_r(const char* path, conf_data& conf)
 {
-    std::ifstream in(path);
+    quelt::InputFile in(path);
     if (!in) {
         const int saved = errno;
         quelt_log(kReportPriority, "unable to open configuration file %s: %s\n", path,

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
+#include "runtime/file_stream.h"
 #include "storage/dir_handle.h"
 #include "storage/fs_scopes.h"
 #include "storage/maildirpp.h"
@@ -253,7 +253,7 @@ int get_maildirpp_usage_and_limits(const std::string& maildir, bool strict, long
 
     bool trusted = false;
     MaildirppQuota quota;
-    std::ifstream file("maildirsize", std::ios::binary);
+    quelt::InputFile file("maildirsize");
     if (file) {
         std::string text(kMaildirsizeMaxTrusted + 1, '\0');
         file.read(&text[0], static_cast<std::streamsize>(text.size()));

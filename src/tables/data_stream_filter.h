@@ -17,6 +17,8 @@ public:
     virtual void filterChunk(const std::vector<char>& chunk) = 0;
     // Called once after the dump has ended successfully.
     virtual void finish() = 0;
+    // Some record was dropped or written back with different bytes.
+    virtual bool changed() const = 0;
 };
 
 // Receives the dump in chunks of any size; every complete line goes through the filter and, if
@@ -54,19 +56,34 @@ public:
             writeLine();
     }
 
+    bool changed() const override { return changed_; }
+
 private:
     void writeLine()
     {
         // No flush per line: nobody reads the file before it is closed, and a write call per
         // record would double the time of a million-record rewrite.
-        if (filter_(pending_))
+        // The dump shows "key<TAB>value"; a kept record is unchanged when the filter wrote it
+        // back as the same key, one space and the same value.
+        if (!changed_) {
+            original_ = pending_;
+            const std::string::size_type tab = original_.find('\t');
+            if (tab != std::string::npos)
+                original_[tab] = ' ';
+        }
+        const bool kept = filter_(pending_);
+        if (kept)
             out_ << pending_ << '\n';
+        if (!changed_ && (!kept || pending_ != original_))
+            changed_ = true;
         pending_.clear();
     }
 
     Filter filter_;
     std::ostream& out_;
     std::string pending_;
+    std::string original_;
+    bool changed_ = false;
 };
 
 }  // namespace quelt::mail::postfix::database

@@ -7,7 +7,8 @@
 #include "config/maincf/postfix_tool.h"
 #include "runtime/errors.h"
 #include "services/process/mk_lock.h"
-#include "services/process/tmp_file.h"
+#include "tables/record_check.h"
+#include "tables/staged_table.h"
 
 namespace quelt::mail::postfix {
 
@@ -15,15 +16,18 @@ namespace {
 
 const char kPostmap[] = "/usr/sbin/postmap";
 
+// postmap exits 0 after skipping a line it could not read; that record is lost all the same.
 void throwIfFailed(int status, const std::string& diagnostics)
 {
-    if (!succeeded(status))
+    if (!succeeded(status) || droppedInput(diagnostics))
         throw PostfixConfigurationError(failureText(diagnostics));
 }
 
 // A removal that exits non-zero without a panic, fatal or error line (an absent key) is done.
 void judgeRemoval(int status, const std::string& diagnostics)
 {
+    if (droppedInput(diagnostics))
+        throw PostfixDatabaseError(diagnostics);
     if (succeeded(status))
         return;
     if (WIFEXITED(status) && checkOutput(diagnostics, false))
@@ -31,12 +35,33 @@ void judgeRemoval(int status, const std::string& diagnostics)
     throw PostfixDatabaseError(diagnostics);
 }
 
+// Every change of a table holds its lock while postmap runs: an incremental change landing
+// between a rewrite's dump and its rename would be lost.
+class TableLock {
+public:
+    explicit TableLock(const std::string& table) : lock_(tablePath(table), MKLock::ByKey, MKLock::Wait) {}
+
+private:
+    MKLock lock_;
+};
+
 }  // namespace
 
 std::string tablePath(const std::string& table)
 {
     const std::string::size_type colon = table.find(':');
     return colon == std::string::npos ? table : table.substr(colon + 1);
+}
+
+void DatabaseHelper::refuseUnreadable(const std::string& table, const std::string& key,
+                                      const std::string* value)
+{
+    const char* fault = recordFault(key, value);
+    if (!fault)
+        return;
+    if (value)
+        throw PostfixConfigurationError(refusalText(table, key, fault, false));
+    throw PostfixDatabaseError(refusalText(table, key, fault, true));
 }
 
 void DatabaseHelper::appendLine(Chunk& chunk, const std::string& key, const std::string* value)
@@ -58,6 +83,7 @@ void DatabaseHelper::addRecord(const std::string& table, const std::string& key,
 
 void DatabaseHelper::runAdd(const std::string& table, const Producer& records)
 {
+    const TableLock lock(table);
     std::string diagnostics;
     const int status = runTool({kPostmap, "-r", "-i", table}, diagnostics, &records);
     throwIfFailed(status, diagnostics);
@@ -65,6 +91,14 @@ void DatabaseHelper::runAdd(const std::string& table, const Producer& records)
 
 void DatabaseHelper::removeRecord(const std::string& table, const std::string& key)
 {
+    refuseUnreadable(table, key, nullptr);
+    // "-d -" would make postmap read its keys from our own standard input.
+    if (key == "-") {
+        const std::vector<std::string> keys{key};
+        removeRecords(table, keys.begin(), keys.end());
+        return;
+    }
+    const TableLock lock(table);
     std::string diagnostics;
     const int status = runTool({kPostmap, "-d", key, table}, diagnostics);
     judgeRemoval(status, diagnostics);
@@ -72,6 +106,7 @@ void DatabaseHelper::removeRecord(const std::string& table, const std::string& k
 
 void DatabaseHelper::runRemove(const std::string& table, const Producer& keys)
 {
+    const TableLock lock(table);
     std::string diagnostics;
     const int status = runTool({kPostmap, "-d", "-", table}, diagnostics, &keys);
     judgeRemoval(status, diagnostics);
@@ -80,27 +115,23 @@ void DatabaseHelper::runRemove(const std::string& table, const Producer& keys)
 void DatabaseHelper::runReplace(const std::string& table,
                                 const std::function<void(std::ostream&)>& write)
 {
-    const std::string path = tablePath(table);
-    MKLock lock(path, MKLock::ByKey, MKLock::Wait);
-    // Declared after the lock: the text file goes before the lock is released.
-    AutocleanOFStream text(path, std::ios_base::out | std::ios_base::trunc);
-    // A file that failed to open stays failed and unwritten; the rebuild then decides.
-    if (text)
-        write(text);
-    text.close();
+    const TableLock lock(table);
+    StagedTable staged(table);
+    write(staged.text());
+    staged.closeText();
 
     std::string diagnostics;
-    throwIfFailed(runTool({kPostmap, "-r", table}, diagnostics), diagnostics);
+    throwIfFailed(runTool({kPostmap, "-r", staged.name()}, diagnostics), diagnostics);
+    staged.install();
 }
 
 void DatabaseHelper::runFilter(
     const std::string& table,
     const std::function<std::unique_ptr<database::ChunkFilter>(std::ostream&)>& open)
 {
-    const std::string path = tablePath(table);
-    MKLock lock(path, MKLock::ByKey, MKLock::Wait);
-    AutocleanOFStream text(path, std::ios_base::out | std::ios_base::trunc);
-    const std::unique_ptr<database::ChunkFilter> filter = open(text);
+    const TableLock lock(table);
+    StagedTable staged(table);
+    const std::unique_ptr<database::ChunkFilter> filter = open(staged.text());
 
     std::string diagnostics;
     const process::Receiver dump = [&filter](const std::vector<char>& chunk) {
@@ -108,10 +139,14 @@ void DatabaseHelper::runFilter(
     };
     throwIfFailed(runTool({kPostmap, "-s", table}, diagnostics, nullptr, &dump), diagnostics);
     filter->finish();
-    text.close();
+    staged.closeText();
+    // Not a byte changed: the table stays as it is, its file and its time untouched.
+    if (!filter->changed())
+        return;
 
     diagnostics.clear();
-    throwIfFailed(runTool({kPostmap, table}, diagnostics), diagnostics);
+    throwIfFailed(runTool({kPostmap, staged.name()}, diagnostics), diagnostics);
+    staged.install();
 }
 
 }  // namespace quelt::mail::postfix

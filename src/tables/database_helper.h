@@ -12,9 +12,13 @@
 namespace quelt::mail::postfix {
 
 // Stateless; every operation runs one or two /usr/sbin/postmap processes and returns when they
-// have ended. Records are handed to postmap as "key value\n" lines, unchanged: keys must not
-// hold blanks and neither keys nor values newlines. Only the whole-table rewrites (replace,
-// filter) lock, by the table's path, and keep a text file at that path for their duration.
+// have ended. Records are handed to postmap as "key value\n" lines, unchanged; a record that
+// would not read back as itself (an empty key, a key holding a blank, a line break or a NUL
+// byte, or beginning with '#'; a value holding a line break or a NUL byte) is refused before
+// any postmap run, and a run in which postmap skipped an input line counts as failed.
+// Every change holds the table's lock (MKLock keyed by its path) for the length of its runs,
+// so that no change lands between a rewrite's dump and its rebuild. Rewrites build the new
+// table beside the old one and rename it into place (StagedTable).
 class DatabaseHelper {
 public:
     using Chunk = std::vector<char>;
@@ -32,15 +36,19 @@ public:
     {
         if (begin == end)
             return;
+        for (It it = begin; it != end; ++it)
+            refuseUnreadable(table, it->first, &it->second);
         runAdd(table, [&begin, end](Chunk& chunk) { return formRecord(chunk, begin, end); });
     }
 
-    // Makes the table hold exactly these records (`postmap -r` over a text file written at the
-    // table's path under the path's lock; the file is deleted in every case). An empty range
-    // empties the table. Throws PostfixConfigurationError.
+    // Makes the table hold exactly these records: `postmap -r` builds them beside the table,
+    // which is then replaced in one rename. An empty range empties the table. Throws
+    // PostfixConfigurationError; a failure leaves the table as it was.
     template <class It>
     static void replaceRecords(const std::string& table, It begin, It end)
     {
+        for (It it = begin; it != end; ++it)
+            refuseUnreadable(table, it->first, &it->second);
         runReplace(table, [&begin, end](std::ostream& text) {
             for (; begin != end; ++begin)
                 text << begin->first << ' ' << begin->second << '\n';
@@ -58,13 +66,15 @@ public:
     {
         if (begin == end)
             return;
+        for (It it = begin; it != end; ++it)
+            refuseUnreadable(table, *it, nullptr);
         runRemove(table, [&begin, end](Chunk& chunk) { return printKey(chunk, begin, end); });
     }
 
     // Rewrites the whole table through a record filter: `postmap -s` streams the dump through
-    // the filter into a text file at the table's path, then `postmap` rebuilds the table from
-    // it. Holds the path's lock throughout; the text file is deleted in every case; a failed
-    // dump leaves the table as it was. Throws PostfixConfigurationError.
+    // the filter into a text file beside the table, `postmap` builds the new table from it,
+    // and a rename puts it in place. A pass that changes no record leaves the table untouched;
+    // a failure leaves it as it was. Throws PostfixConfigurationError.
     template <class Filter>
     static void filterRecords(const std::string& table, const Filter& filter)
     {
@@ -91,6 +101,10 @@ private:
         return current != end;
     }
 
+    // Throws PostfixConfigurationError (a record: `value` given) or PostfixDatabaseError (a key
+    // to remove) naming the table and the key when postmap would not read the line back as it.
+    static void refuseUnreadable(const std::string& table, const std::string& key,
+                                 const std::string* value);
     static void appendLine(Chunk& chunk, const std::string& key, const std::string* value);
     static void runAdd(const std::string& table, const Producer& records);
     static void runRemove(const std::string& table, const Producer& keys);

@@ -7,6 +7,7 @@
 #include "runtime/report.h"
 #include "front/options/program_options_helper.h"
 #include "front/setup/server_setup.h"
+#include "runtime/fd_owner.h"
 #include "runtime/log.h"
 #include "runtime/uerr.h"
 
@@ -15,6 +16,8 @@ namespace setup = quelt::mail::postfix::setup;
 
 int main(int argc, char* argv[])
 {
+    // Descriptors the caller left open are no business of the programs we start.
+    quelt::markCloseOnExecFrom(3);
     quelt_log_init(nullptr, LOG_INFO, LOG_MAIL, LOG_PID | LOG_PERROR, "mailrig-setup");
     return quelt::runReportingExceptions([&] {
         mc::ProgramOptionsHelper options("prepare this Postfix server for mailrig",

@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 
+#include "runtime/file_stream.h"
 #include "runtime/log.h"
 
 namespace quelt::mail {
@@ -20,7 +20,7 @@ constexpr std::size_t kNameBuffer = 65;
 // The first line of `path`, when the file can be read.
 bool firstLine(const char* path, std::string& line)
 {
-    std::ifstream in(path);
+    quelt::InputFile in(path);
     return in && std::getline(in, line);
 }
 

@@ -23,7 +23,7 @@ using ExitCallback = std::function<void(unsigned int index, int waitStatus)>;
 struct CommonFlags {
     std::string workingDirectory;            // empty: the parent's
     char* const* environment = nullptr;      // NAME=value, NULL-terminated; null: inherited
-    bool closeOtherFds = false;              // close 3 .. RLIMIT_NOFILE before exec
+    bool closeOtherFds = false;              // implied: a child keeps only 0, 1 and 2
     std::function<void()> preExec;           // called in the child right before exec
     int stderrDisposition = -1;              // a StreamDisposition; -1 means inherit
     Receiver stderrReceiver;                 // chunks of a piped stderr

@@ -3,11 +3,11 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,7 +79,6 @@ struct ChildSetup {
     const std::string& path;
     const std::string& cwd;
     char* const* envp;
-    bool closeOtherFds;
     bool searchPath;
     bool callSetsid;
     const std::function<void()>& preExec;
@@ -102,11 +101,11 @@ void execChild(const ChildSetup& setup, int control, FdOwner& in, FdOwner& out, 
         dup2Retrying(err.get(), 2, "stderr dup2");
     if (!setup.cwd.empty() && ::chdir(setup.cwd.c_str()) != 0)
         throwSystemError("cwd chdir");
-    if (setup.closeOtherFds) {
-        struct rlimit limit {};
-        if (::getrlimit(RLIMIT_NOFILE, &limit) == 0)
-            closeAllBut(control, static_cast<int>(limit.rlim_cur));
-    }
+    // Every child starts with standard input, output and error alone, closeOtherFds or not: a
+    // descriptor inherited from our caller or opened without close-on-exec would otherwise
+    // reach it (a writable table file, a lock that outlives us). The whole range goes, not
+    // only what lies below the soft limit, which a caller may have lowered after opening.
+    closeAllBut(control, INT_MAX);
     if (setup.callSetsid && ::setsid() < 0)
         throwSystemError("setsid");
     if (setup.preExec)
@@ -173,7 +172,7 @@ void writeException(int fd, const std::string& type, const std::string& message)
 }
 
 ProcessLaunch::ProcessLaunch(char* const* argv, const std::string& path, const std::string& cwd,
-                             char* const* envp, bool closeOtherFds, bool searchPath,
+                             char* const* envp, bool /*closeOtherFds: always*/, bool searchPath,
                              bool callSetsid, const std::function<void()>& preExec, int stdinCode,
                              int stdoutCode, int stderrCode)
 {
@@ -204,7 +203,7 @@ ProcessLaunch::ProcessLaunch(char* const* argv, const std::string& path, const s
     if (pid_ == 0) {
         const int control = control_.write.get();
         FdOwner* parentEnds[3] = {&stdin_, &stdout_, &stderr_};
-        const ChildSetup setup{argv, path, cwd, envp, closeOtherFds, searchPath, callSetsid, preExec};
+        const ChildSetup setup{argv, path, cwd, envp, searchPath, callSetsid, preExec};
         // _exit, not exit: the parent's atexit handlers and stdio buffers are not ours to run.
         try {
             execChild(setup, control, in, out, err, parentEnds);

@@ -29,7 +29,8 @@ public:
     // Prepares the three streams (invalid codes: std::invalid_argument "invalid FD for stdin",
     // "... stdout", "... stderr"; failures: SystemError), forks, and in the child executes
     // `path` with `argv` (NULL-terminated): execve with `envp` when given, else execvp when
-    // `searchPath`, else execv. Returns in the parent right after fork.
+    // `searchPath`, else execv. The child keeps descriptors 0, 1 and 2 only (closeOtherFds is
+    // always in force). Returns in the parent right after fork.
     ProcessLaunch(char* const* argv, const std::string& path, const std::string& cwd,
                   char* const* envp, bool closeOtherFds, bool searchPath, bool callSetsid,
                   const std::function<void()>& preExec, int stdinCode, int stdoutCode,

@@ -56,7 +56,7 @@ TmpFile::~TmpFile()
 }
 
 AutocleanOFStream::AutocleanOFStream(const std::string& path, std::ios_base::openmode mode)
-    : std::ofstream(path, mode), path_(path)
+    : OutputFile(path, mode), path_(path)
 {
 }
 

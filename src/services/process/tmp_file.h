@@ -4,10 +4,11 @@
 
 #include <ext/stdio_filebuf.h>
 
-#include <fstream>
 #include <memory>
 #include <ostream>
 #include <string>
+
+#include "runtime/file_stream.h"
 
 namespace quelt {
 
@@ -44,8 +45,8 @@ private:
     bool autoclean_;
 };
 
-// An output file stream whose file is removed when the stream is destroyed.
-class AutocleanOFStream : public std::ofstream {
+// An output file stream (close-on-exec) whose file is removed when the stream is destroyed.
+class AutocleanOFStream : public OutputFile {
 public:
     explicit AutocleanOFStream(const std::string& path,
                                std::ios_base::openmode mode = std::ios_base::out);

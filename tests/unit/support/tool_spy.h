@@ -38,6 +38,8 @@ public:
             "#!/bin/bash\n"
             "dir=" << dir_ << "\n"
             "printf '%s\\n' \"$*\" >> $dir/log\n"
+            // No pipe or command substitution here: either would open descriptors of our own.
+            "if [ -f $dir/fds-wanted ]; then ls /proc/$$/fd >> $dir/fds; echo -- >> $dir/fds; fi\n"
             "fail() {\n"
             // Read what we are fed, as the real tool would, so the feeder sees no broken pipe.
             "  case \" $* \" in *' -i '*|*' -d - '*) cat > /dev/null ;; esac\n"
@@ -73,6 +75,27 @@ public:
         std::filesystem::remove(dir_ + "/log");
         std::filesystem::remove(dir_ + "/fail-match");
         std::filesystem::remove(dir_ + "/fail-run");
+        std::filesystem::remove(dir_ + "/fds-wanted");
+        std::filesystem::remove(dir_ + "/fds");
+    }
+
+    // From now until clear(), every run records the descriptors its shell has open.
+    void logDescriptors() { std::ofstream(dir_ + "/fds-wanted") << "yes"; }
+
+    // Per run since logDescriptors(), the open descriptor numbers as `ls` orders them, joined
+    // by blanks (the real tool inherits them, except the script's own, 255, close-on-exec).
+    std::vector<std::string> descriptors() const
+    {
+        std::vector<std::string> runs(1);
+        std::ifstream log(dir_ + "/fds");
+        for (std::string line; std::getline(log, line);) {
+            if (line == "--")
+                runs.emplace_back();
+            else
+                runs.back() += (runs.back().empty() ? "" : " ") + line;
+        }
+        runs.pop_back();
+        return runs;
     }
 
     // The next runs whose space-joined arguments match the shell glob print `text` on standard

@@ -1,62 +1,13 @@
 // The table store and batches against the real postmap, in the sandbox, with a logging spy
 // over /usr/sbin/postmap that counts runs and injects failures.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <list>
-#include <string>
-#include <vector>
+#include "tables/store_fixture.h"
 
 #include "runtime/errors.h"
-#include "support/capture.h"
-#include "support/tool_spy.h"
 #include "tables/batch_database_helper.h"
 #include "tables/database_helper.h"
 #include "tables/record_filters.h"
 
-namespace pf = quelt::mail::postfix;
-namespace db = quelt::mail::postfix::database;
-using Records = std::list<std::pair<std::string, std::string>>;
-using Keys = std::list<std::string>;
-
 namespace {
-
-const std::string kDir = "/var/spool/postfix/quelt/";
-const std::string kVirtual = "hash:" + kDir + "virtual";
-const std::string kMailbox = "hash:" + kDir + "vmailbox";
-
-class Store : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { spy_ = new ToolSpy("/usr/sbin/postmap"); }
-    static void TearDownTestSuite() { delete spy_; }
-
-    void SetUp() override
-    {
-        for (const char* name : {"virtual", "vmailbox", "virtual.db", "vmailbox.db"})
-            std::filesystem::remove(kDir + name);
-        spy_->clear();
-    }
-
-    // The table's records as the real postmap dumps them, "key<TAB>value" lines in byte order.
-    static std::string dump(const std::string& table)
-    {
-        return shellOutput(spy_->real() + " -s " + table + " 2>&1 | LC_ALL=C sort");
-    }
-
-    static void seed(const std::string& table, const std::string& lines)
-    {
-        shellOutput("printf '" + lines + "' | " + spy_->real() + " -r -i " + table);
-    }
-
-    static std::string lockFileOf(const std::string& path)
-    {
-        return "/var/lock/files/" + shellOutput("printf %s '" + path + "' | md5sum").substr(0, 32);
-    }
-
-    static ToolSpy* spy_;
-};
-
-ToolSpy* Store::spy_ = nullptr;
 
 TEST_F(Store, AddRecordsIsOneRunAndLaterRecordsWin)
 {
@@ -124,7 +75,7 @@ TEST_F(Store, ReplaceRecordsLeavesExactlyTheGivenRecordsAndNoTextFile)
     EXPECT_EQ(dump(kVirtual), "k1\tv1\nk2\tv2, v3\n");
     EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
     EXPECT_TRUE(std::filesystem::exists(lockFileOf(kDir + "virtual")));
-    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-r " + kVirtual});
+    EXPECT_EQ(runs(), std::vector<std::string>{"-r hash:" + kDir + ".virtual.tmp.XXXXXX"});
 
     const Records none;
     pf::DatabaseHelper::replaceRecords(kVirtual, none.begin(), none.end());
@@ -142,7 +93,7 @@ TEST_F(Store, FilterRecordsRewritesThroughTheDumpAndNeverLeavesATextFile)
     const db::ElementsFilter<db::NotInDomainFilter> drop(db::NotInDomainFilter("d.com", false));
     pf::DatabaseHelper::filterRecords(kVirtual, drop);
     EXPECT_EQ(dump(kVirtual), "b@y.net\tc@y.net\nf@y.net\ta, b\n");
-    EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"-s " + kVirtual, kVirtual}));
+    EXPECT_EQ(runs(), (std::vector<std::string>{"-s " + kVirtual, "hash:" + kDir + ".virtual.tmp.XXXXXX"}));
     EXPECT_FALSE(std::filesystem::exists(kDir + "virtual"));
     EXPECT_TRUE(std::filesystem::exists(lockFileOf(kDir + "virtual")));
 
@@ -217,7 +168,7 @@ TEST_F(Store, CachedBatchDroppedOrFailingAndReplaceMode)
     replace.addChange(kVirtual, "only", "1");
     replace.addChange(kVirtual, "other", "2");
     replace.commit();
-    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-r " + kVirtual});
+    EXPECT_EQ(runs(), std::vector<std::string>{"-r hash:" + kDir + ".virtual.tmp.XXXXXX"});
     EXPECT_EQ(dump(kVirtual), "only\t1\nother\t2\n");
 }
 

@@ -1,0 +1,57 @@
+// Descriptors the program opens, or inherited and then marked, are closed on exec: a child that
+// closes nothing itself (system(3)) sees none of them.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+#include "runtime/fd_owner.h"
+#include "runtime/file_stream.h"
+#include "support/io.h"
+
+namespace {
+
+TEST(FileStream, NoChildInheritsAFileWeOpened)
+{
+    quelt::InputFile in("/etc/hostname");
+    ASSERT_TRUE(in.is_open());
+    quelt::OutputFile out("/tmp/file-stream-out");
+    ASSERT_TRUE(out.is_open());
+    const int inherited = ::open("/etc/passwd", O_RDONLY);
+    ASSERT_GE(inherited, 3);
+
+    const std::string seen = shellOutput("ls -l /proc/$$/fd");
+    EXPECT_NE(seen.find("/etc/passwd"), std::string::npos) << "a plain open reaches the child";
+    for (const char* path : {"/etc/hostname", "/tmp/file-stream-out"})
+        EXPECT_EQ(seen.find(path), std::string::npos) << path << " reached the child:\n" << seen;
+    quelt::markCloseOnExecFrom(3);
+    EXPECT_EQ(shellOutput("ls -l /proc/$$/fd").find("/etc/passwd"), std::string::npos);
+    ::close(inherited);
+    ::unlink("/tmp/file-stream-out");
+}
+
+TEST(FileStream, WritesReadsAndFailsLikeFileStreams)
+{
+    {
+        quelt::OutputFile out("/tmp/file-stream-rw");
+        out << "one\n";
+        out.close();
+        EXPECT_TRUE(out.good());
+    }
+    quelt::OutputFile("/tmp/file-stream-rw", std::ios_base::app) << "two\n";
+    quelt::InputFile in("/tmp/file-stream-rw");
+    std::string a, b;
+    EXPECT_TRUE(std::getline(in, a) && std::getline(in, b));
+    EXPECT_EQ(a + b, "onetwo");
+    ::unlink("/tmp/file-stream-rw");
+
+    quelt::InputFile missing("/nonexistent/file");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(missing.is_open());
+    EXPECT_TRUE(missing.fail());
+    EXPECT_TRUE(quelt::OutputFile("/nonexistent/file").fail());
+}
+
+}  // namespace
