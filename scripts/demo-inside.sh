@@ -18,17 +18,17 @@ mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot 
 userdel popuser 2>/dev/null || true
 newaliases
 
-step "installing the three programs (/usr/local here is the sandbox's own)"
+step "[3/4] installing the three programs (/usr/local here is the sandbox's own)"
 cmake --install "$build" --prefix /usr/local | sed 's/^/   /'
 
-step "a stock Postfix server made ready for mailrig, then started"
+step "[3/4] a stock Postfix server made ready for mailrig, then started"
 show mailrig-setup --create-user
 show postfix check
 say /etc/init.d/postfix start
 /etc/init.d/postfix start
 trap '/usr/sbin/postfix stop >/dev/null 2>&1 || true' EXIT
 
-step "the panel provisions a domain, a mailbox, an alias and two redirects"
+step "[3/4] the panel provisions a domain, a mailbox, an alias and two redirects"
 show mailrig --add-domain --domain-name=example.com
 for m in info boss team; do
   show mailrig --add-mailname --domain-name=example.com --mailname=$m
@@ -58,7 +58,7 @@ done
 echo
 show postqueue -p
 
-step "where each message landed (each file under $ROOT holding its subject)"
+step "[4/4] where each message landed (each file under $ROOT holding its subject)"
 for rcpt in info sales boss team nobody; do
   files=$(grep -rl "^Subject: demo-to-$rcpt\$" "$ROOT" | sed "s|^$ROOT/||" || true)
   printf '   to %s:\n' "$rcpt@example.com"
