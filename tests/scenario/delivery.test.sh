@@ -176,6 +176,19 @@ send hand@example.com
 expect_landed "programs as the mail user" "example.com/hand"
 expect_eq "$(cat "$HAND/seen" 2>&1)" "$(id -u popuser)"$'\n'"$(id -G popuser)"$'\n'"$HAND" "a program's user, groups and folder"
 
+# Started by hand as root, the agent still runs every program as the mail user; started as any
+# other user it delivers nothing and asks for a retry.
+write_hand $'| id -u > ./seen-by-hand\n'"$GOOD"
+STATUS=0; printf 'Subject: by hand\n\nby-hand-body\n' | "$AGENT" "$SENDER" hand@example.com >"$OUT" 2>&1 || STATUS=$?
+expect_status 0 "the agent run by root"
+expect_eq "$(cat "$HAND/seen-by-hand" 2>&1)" "$(id -u popuser)" "a program of the agent run by root"
+expect_eq "$(landed by-hand-body)" "example.com/hand" "the agent run by root delivers"
+STATUS=0; printf 'Subject: by nobody\n\nby-nobody-body\n' |
+  setpriv --reuid=nobody --regid=nogroup --clear-groups "$AGENT" "$SENDER" hand@example.com >"$OUT" 2>&1 || STATUS=$?
+expect_status 75 "the agent run by nobody"
+expect_eq "$(cat "$OUT")" "4.3.0 mailrig-deliver runs as uid $(id -u nobody), not as popuser" "the agent run by nobody"
+expect_eq "$(landed by-nobody-body)" "" "the agent run by nobody delivers nothing"
+
 # A program's exit status: 99 skips the programs after it; 100 bounces with its words; 111
 # asks Postfix to try again.
 write_hand $'| exit 99\n'"$GOOD"
