@@ -210,6 +210,7 @@ refused() { # WHAT REASON-ERE
   deferred_reason | grep -Eq -- "$2" || fail "$1: deferral reason '$(deferred_reason)' does not match $2"
   expect_eq "$(landed)" "" "$1: nothing delivered while refused"
   [ ! -e "$HAND/ran" ] || fail "$1: a command of the refused file ran"
+  rm -f "$HAND/ran"
   write_hand "$GOOD"
   postqueue -f
   expect_landed "$1: delivered once the file is right" "example.com/hand"
