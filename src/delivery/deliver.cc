@@ -39,7 +39,7 @@ EnvMap programEnvironment(const Envelope& envelope)
         {"LOCAL", envelope.mailname},
         {"HOST", envelope.domain},
         {"HOME", envelope.home},
-        {"USER", "popuser"},
+        {"USER", envelope.user},
         {"DTLINE", "Delivered-To: " + envelope.recipient + "\n"},
         {"RPLINE", "Return-Path: <" + envelope.sender + ">\n"},
         {"PATH", "/usr/local/bin:/usr/bin:/bin"},

@@ -16,6 +16,7 @@ struct Envelope {
     std::string mailname;
     std::string domain;
     std::string home;       // the mailname home, also the working directory
+    std::string user;       // the mail user the programs run as
 };
 
 struct Outcome {

@@ -60,7 +60,8 @@ dl::Envelope envelopeOf(const std::string& sender, const std::string& recipient)
     const std::size_t at = recipient.rfind('@');
     if (at == std::string::npos)
         tempfail("the recipient " + recipient + " has no domain");
-    dl::Envelope envelope{sender, recipient, recipient.substr(0, at), recipient.substr(at + 1), ""};
+    dl::Envelope envelope{sender, recipient, recipient.substr(0, at), recipient.substr(at + 1), "",
+                          quelt::mail::kMailOwner};
     if (!is_mailname_valid(envelope.mailname.c_str()) || !isPlainDomain(envelope.domain))
         tempfail("the recipient " + recipient + " is no mailbox name");
     envelope.home = zvtConfGetDefaultByIndex(QUELT_MAILNAMES_D_IDX) + "/" + envelope.domain + "/" + envelope.mailname;
