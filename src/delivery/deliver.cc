@@ -73,24 +73,20 @@ Outcome deliver(const Envelope& envelope, const std::vector<Instruction>& instru
 {
     const EnvMap env = programEnvironment(envelope);
     std::vector<std::string> forwards;
-    bool skipPrograms = false;
     for (const Instruction& instruction : instructions) {
         if (instruction.kind == InstructionKind::Forward) {
             forwards.push_back(instruction.text);
             continue;
         }
-        if (skipPrograms)
-            continue;
         std::string out;
         std::string err;
         const int status =
             forkExecvGetInOutErrSuidEnv(message, out, err, kShell, {"sh", "-c", instruction.text}, "", env);
         if (status == 0)
             continue;
-        if (status == 99) {
-            skipPrograms = true;
-            continue;
-        }
+        // Success that ends the file here; the copies of the lines before still go out.
+        if (status == 99)
+            break;
         const std::string said = reportedOutput(err + out);
         if (status == EX_NOPERM && instruction.text == mailboxInstruction().text)
             return permanentFailure(EX_NOPERM, "5.2.2", "mailbox of " + envelope.recipient + " is over quota" + said);

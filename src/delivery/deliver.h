@@ -29,7 +29,7 @@ Instruction mailboxInstruction();
 
 // Runs the program lines in order with the message on standard input, then forwards one copy to
 // every "&" address with a single sendmail run, as qmail-local does. A program's exit status
-// counts as qmail-local counts it: 0 success, 99 success that skips the remaining programs,
+// counts as qmail-local counts it: 0 success, 99 success that ends the file at that line,
 // 64, 65, 70, 76, 77, 78, 100 and 112 a permanent failure, anything else (a signal included) a
 // temporary one; the first failure ends the delivery.
 Outcome deliver(const Envelope& envelope, const std::vector<Instruction>& instructions, const std::string& message);

@@ -122,6 +122,12 @@ mailrig_ok --add-redirect --domain-name=example.com --mailname=away --redirect-e
 send away@example.com
 expect_landed "redirect without a mailbox" "example.com/info"
 
+# A bounce (null sender) forwarded keeps its null sender, so that it cannot bounce in turn.
+send away@example.com '<>'
+expect_landed "a forwarded bounce" "example.com/info"
+expect_eq "$(grep -rl -- "$TOKEN" "$(home example.com info)/Maildir/new" | xargs -r sed -n 1p)" "Return-Path: <>" \
+  "the forwarded bounce's sender"
+
 # An over-quota mailbox refuses: the sender gets a bounce saying so, the mailbox stays empty.
 mailrig_ok --set-mailbox-disk-quota --domain-name=example.com --mailname=full --disk-quota=1
 send full@example.com
@@ -191,9 +197,9 @@ expect_eq "$(landed by-nobody-body)" "" "the agent run by nobody delivers nothin
 
 # A program's exit status: 99 skips the programs after it; 100 bounces with its words; 111
 # asks Postfix to try again.
-write_hand $'| exit 99\n'"$GOOD"
+write_hand $'&info@example.com\n| exit 99\n'"$GOOD"$'&keep@example.com\n'
 send hand@example.com
-expect_landed "exit 99 skips the rest" ""
+expect_landed "exit 99 ends the file, the copy before it goes" "example.com/info"
 expect_eq "$(bounce_text)$(queue)" "" "exit 99: no bounce, nothing queued"
 write_hand $'| echo no thanks; exit 100\n'"$GOOD"
 send hand@example.com

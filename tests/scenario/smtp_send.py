@@ -3,7 +3,7 @@
 
     smtp_send.py FROM RCPT TOKEN [SOURCE-ADDRESS]
 
-Prints "250" when the message was accepted, otherwise the refusing reply as "CODE TEXT".
+FROM "<>" is the null sender of a bounce. Prints "250" when the message was accepted, otherwise the refusing reply as "CODE TEXT".
 The message's subject and body carry TOKEN, so that a test can find where it landed.
 """
 import smtplib
@@ -13,7 +13,9 @@ import sys
 def main():
     sender, rcpt, token = sys.argv[1:4]
     source = sys.argv[4] if len(sys.argv) > 4 else "127.0.0.2"
-    message = (f"From: <{sender}>\r\nTo: <{rcpt}>\r\nSubject: {token}\r\n\r\n"
+    if sender == "<>":
+        sender = ""
+    message = (f"From: <{sender or 'MAILER-DAEMON'}>\r\nTo: <{rcpt}>\r\nSubject: {token}\r\n\r\n"
                f"body of {token}\r\n")
     with smtplib.SMTP("127.0.0.1", 25, source_address=(source, 0), timeout=30) as smtp:
         try:
