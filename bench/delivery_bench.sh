@@ -24,7 +24,7 @@ fi
 ROOT=/var/qmail/mailnames
 HOME_DIR=$ROOT/example.com/info
 ip link set lo up
-install -D -m 0755 "$build/src/delivery/mailrig-deliver" /usr/local/libexec/mailrig-deliver
+agent=$("$here/../sandbox/agent.sh" "$build")
 printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
 "$build/src/front/setup/mailrig-setup" >/dev/null
 newaliases
@@ -76,7 +76,7 @@ a=$(median "${agent[@]}") v=$(median "${virtual[@]}")
 msg=$(mktemp); printf 'From: bench@example.com\nSubject: by hand\n\nsmall body\n' > "$msg"
 chmod 644 "$msg"
 runs=300
-agent_loop() { for _ in $(seq $runs); do /usr/local/libexec/mailrig-deliver bench@example.com info@example.com < "$msg"; done; }
+agent_loop() { for _ in $(seq $runs); do "$agent" bench@example.com info@example.com < "$msg"; done; }
 dq_loop() { cd "$HOME_DIR" && for _ in $(seq $runs); do setpriv --reuid=popuser --regid=popuser --init-groups /usr/bin/deliverquota ./Maildir < "$msg"; done; }
 true_loop() { for _ in $(seq $runs); do setpriv --reuid=popuser --regid=popuser --init-groups /bin/true; done; }
 declare -a ag=() dq=() tr=()

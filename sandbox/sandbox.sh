@@ -8,7 +8,7 @@
 #
 # Inside: Postfix's config is the fixture in sandbox/postfix, the users popuser and
 # postfix exist, and the host name is mail.sandbox.test. Helpers for what a test may add
-# (a private MariaDB server, stand-in programs) are in sandbox/*.sh.
+# (a private MariaDB server, a private syslog daemon, stand-in programs) are in sandbox/*.sh.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -33,6 +33,17 @@ fi
 
 work=$MAILRIG_SANDBOX_WORK
 mount -t tmpfs -o mode=0700 mailrig-sandbox "$work"
+# /dev keeps the host's devices but gets a writable layer of its own, so /dev/log is the
+# sandbox's: a syslog line a test provokes never reaches the host's log, and a test may listen
+# there itself (sandbox/syslog.sh). The layers sit on the sandbox's tmpfs, so this comes before
+# /tmp is overlaid; the submounts are carried over before the new /dev moves in.
+mkdir -p "$work/_dev/upper" "$work/_dev/work" "$work/dev"
+mount -t overlay overlay -o "lowerdir=/dev,upperdir=$work/_dev/upper,workdir=$work/_dev/work" "$work/dev"
+for sub in pts shm mqueue hugepages; do
+  if mountpoint -q "/dev/$sub"; then mount --rbind "/dev/$sub" "$work/dev/$sub"; fi
+done
+rm -f "$work/dev/log"
+mount --move "$work/dev" /dev
 for top in /etc /var /usr/local /tmp; do
   name=${top//\//_}
   mkdir -p "$work/$name/upper" "$work/$name/work"

@@ -4,7 +4,7 @@
 set -euo pipefail
 top=$1 build=$2
 ROOT=/var/qmail/mailnames
-export PATH=/usr/local/sbin:$PATH
+export PATH=$build/src/front/dispatch:$build/src/front/setup:$PATH
 
 say() { printf '\n$ %s\n' "$*"; }
 show() { say "$@"; "$@"; }
@@ -18,8 +18,9 @@ mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot 
 userdel popuser 2>/dev/null || true
 newaliases
 
-step "[3/4] installing the three programs (/usr/local here is the sandbox's own)"
-cmake --install "$build" --prefix /usr/local | sed 's/^/   /'
+step "[3/4] the delivery agent put where Postfix will run it (a private layer over /usr/lib)"
+say "install $build/src/delivery/mailrig-deliver $(cat "$build/mailrig-deliver.path")"
+"$top/sandbox/agent.sh" "$build" >/dev/null
 
 step "[3/4] a stock Postfix server made ready for mailrig, then started"
 show mailrig-setup --create-user

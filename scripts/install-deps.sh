@@ -14,15 +14,18 @@ build_pkgs=(
 )
 test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
-  util-linux procps openssl cron iproute2 courier-imap
+  util-linux procps openssl cron iproute2 courier-imap courier-pop
+  rsyslog man-db
   # SMTP clients of the delivery scenarios and the demo
   python3
   # the master.cf parser's fuzz target: clang with libFuzzer's runtime
   clang libclang-rt-dev
 )
+# Only scripts/package-check.sh needs it: a brand-new Debian root to install the package in.
+check_pkgs=(debootstrap)
 
 missing=()
-for p in "${build_pkgs[@]}" "${test_pkgs[@]}"; do
+for p in "${build_pkgs[@]}" "${test_pkgs[@]}" "${check_pkgs[@]}"; do
   if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
     missing+=("$p")
   fi

@@ -1,6 +1,7 @@
 // Connection to the panel database and the lookups of domain aliases, mailnames and mail aliases.
 #include "auth/panel_db.h"
 
+#include <fcntl.h>
 #include <syslog.h>
 
 #include <cerrno>
@@ -61,6 +62,11 @@ MysqlHandle quelt_db_connect_raw_ex(std::string& error)
         error = std::string("Unable to connect to Quelt Database: ") + mysql_error(handle.get());
         return nullptr;
     }
+    // The client library opens its socket without close-on-exec.
+    const int socket = static_cast<int>(mysql_get_socket(handle.get()));
+    const int flags = ::fcntl(socket, F_GETFD);
+    if (flags >= 0)
+        ::fcntl(socket, F_SETFD, flags | FD_CLOEXEC);
     return handle;
 }
 

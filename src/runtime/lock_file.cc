@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,6 +23,9 @@ lock_ptr mk_lock_(const std::string& name, int openFlags, int operation, bool ha
     lock->path = hash ? mk_flock_path(name) : name;
     // Close-on-exec: a child must not keep the lock alive after we release it.
     quelt::FdOwner fd(::open(lock->path.c_str(), openFlags | O_CLOEXEC, 0644));
+    // /var/lock is a tmpfs on most systems: the folder of the keyed locks is gone after a boot.
+    if (!fd.valid() && errno == ENOENT && hash && ::mkdir(kLockFilesDir, 0755) == 0)
+        fd.reset(::open(lock->path.c_str(), openFlags | O_CLOEXEC, 0644));
     if (!fd.valid()) {
         const int saved = errno;
         lock->fd = fd.release();
@@ -61,7 +65,7 @@ std::string mk_flock_path(const std::string& name)
 {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
-    std::string path = "/var/lock/files/";
+    std::string path = std::string(kLockFilesDir) + "/";
     if (EVP_Digest(name.data(), name.size(), digest, &length, EVP_md5(), nullptr) != 1)
         return std::string();
     static const char hex[] = "0123456789abcdef";

@@ -19,7 +19,11 @@ struct lock_struct_t {
 
 using lock_ptr = std::unique_ptr<lock_struct_t>;
 
-// "/var/lock/files/" followed by the lower-case hexadecimal MD5 digest of `name`; "" when
+// The folder of the lock files. /var/lock is a tmpfs on Debian, emptied at boot: the package's
+// tmpfiles.d entry and mailrig-setup create it, and a keyed lock makes it again when missing.
+constexpr const char* kLockFilesDir = "/var/lock/files";
+
+// kLockFilesDir, "/" and the lower-case hexadecimal MD5 digest of `name`; "" when
 // the digest cannot be computed (the lock attempt then fails to open).
 std::string mk_flock_path(const std::string& name);
 

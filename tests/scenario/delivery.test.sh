@@ -11,13 +11,12 @@ export LC_ALL=C
 
 ROOT=/var/qmail/mailnames
 SETUP=$MAILRIG_BUILD/src/front/setup/mailrig-setup
-AGENT=/usr/local/libexec/mailrig-deliver
 SEND=$MAILRIG_TESTS/scenario/smtp_send.py
 mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
 SENDER=sender@example.com
 
-# Postfix runs the agent from the place mailrig-setup names; /usr/local is the sandbox's own.
-install -D -m 0755 "$MAILRIG_BUILD/src/delivery/mailrig-deliver" "$AGENT"
+# Postfix runs the agent from the place mailrig-setup names.
+AGENT=$("$MAILRIG_SANDBOX_DIR/agent.sh" "$MAILRIG_BUILD")
 "$mdb" start >/dev/null || { echo "the panel database did not start" >&2; exit 1; }
 trap '/usr/sbin/postfix stop >/dev/null 2>&1; "$mdb" stop >/dev/null' EXIT
 printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
@@ -269,10 +268,8 @@ else skipped+=(--set-catchall); fi
 
 if has_command --set-bounce; then
   # The panel's bounce program is not part of this server: a stand-in that says the phrase and
-  # refuses, as the real one does, in a private layer over /usr/lib.
-  layer=$MAILRIG_SANDBOX_ROOT/usr-lib
-  mkdir -p "$layer" && mount -t tmpfs -o mode=0755 mailrig-usr-lib "$layer" && mkdir -p "$layer/upper" "$layer/work"
-  mount -t overlay overlay -o "lowerdir=/usr/lib,upperdir=$layer/upper,workdir=$layer/work" /usr/lib
+  # refuses, as the real one does, in the private layer over /usr/lib that the agent got.
+  [ -d "$MAILRIG_SANDBOX_ROOT/usr-lib" ] || fail "no private layer over /usr/lib"
   mkdir -p /usr/lib/quelt-9.0
   printf '#!/bin/sh\necho "$*"\nexit 67\n' > /usr/lib/quelt-9.0/bouncemessage
   chmod 755 /usr/lib/quelt-9.0/bouncemessage

@@ -7,7 +7,7 @@ HASH='$1$salt$hashedpanelvalue'
 
 # The byte and block sizes of an empty folder on the mail root's file system: an empty
 # @attachments folder counts against the quota and the mailbox size.
-mkdir "$ROOT/.probe"
+mkdir -p "$ROOT/.probe"
 ATT=$(stat -c %s "$ROOT/.probe") ATT_BLOCKS=$(( $(stat -c %b "$ROOT/.probe") * 512 ))
 rmdir "$ROOT/.probe"
 
@@ -183,8 +183,12 @@ expect_eq "$rename_runs" 8 "postmap runs of a rename through two domain aliases"
 row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(office/x)" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office/x
 row dom+aliases+info 1 "stderr ~ ^mandatory option \"--new-mailname\" is not specified$" --rename-mailname --domain-name=$D
 
-# A home that cannot be renamed leaves the tables as they were.
+# A home that cannot be renamed leaves the tables as they were, down to the order of the dump.
+use_fixture dom+aliases+info+taken
+tables() { postmap -s hash:$Q/vmailbox; postmap -s hash:$Q/virtual; }
+before=$(tables)
 row dom+aliases+info+taken 1 "stderr ~ ^Fatal error: .*filesystem_error" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office
+expect_eq "$(tables)" "$before" "unsorted dumps of vmailbox and virtual after a failed home rename"
 # Each run of the table steps failing in turn: the completed steps are undone. Runs 5 on
 # rename the keys through the domain aliases, after the home was renamed: not undone.
 for k in $(seq 1 "$rename_runs"); do
@@ -312,13 +316,6 @@ done
 
 row dom+aliases+info 0 "${qmail}&boss@xn--bcher-kva.example" --add-redirect --domain-name=$D --mailname=info --redirect-email=Boss@bücher.example
 row dom+aliases+info 0 "files -$D/info/.qmail: &chief@other.test" --remove-redirect --domain-name=$D --mailname=info --redirect-email=chief@other.test
-# Adding a redirect again moves it to the end, once.
-use_fixture dom+aliases+info
-mailrig_ok --add-mailbox --domain-name=$D --mailname=info
-mailrig_ok --add-redirect --domain-name=$D --mailname=info --redirect-email=chief@other.test
-expect_eq "$(cat "$ROOT/$D/info/.qmail")" "| true
-| /usr/bin/deliverquota ./Maildir
-&chief@other.test" ".qmail after the delivery was switched on again and the redirect added again"
 for target in $'a@b.test\n&evil@x.test' 'a b@x.test' '"q"@x.test' 'a\b@x.test' '$(id)@x.test' '../x@x.test' 'a@b@c.test' 'nobody' 'a@x..test' $'a@x.test\n'; do
   for cmd in --add-redirect --remove-redirect; do
     row dom+aliases+info 1 "stderr ~ ^Fatal error: .*(invalid mail address|IdnaError)" $cmd --domain-name=$D --mailname=info --redirect-email="$target"

@@ -1,18 +1,22 @@
 # Command cases as rows: a named starting state, the command line, the exit status and the
-# expected change of every store. Sourcing this starts the sandbox's MariaDB server and prepares
-# the server once with mailrig-setup; that state is the fixture `fresh`.
+# expected change of every store. Sourcing this starts the sandbox's MariaDB server; the saved
+# states `bare` (before mailrig-setup) and `fresh` (after it, made on first use) are the starts.
 #
-#   fixture NAME 'bash commands'     a state built from `fresh` (combine as "a+b")
-#   row FIXTURE RC EXPECT ARGS...    reset to FIXTURE, run mailrig ARGS, check status and changes
+#   fixture NAME 'bash commands'     a state built from fresh; "a+b" applies b on top of a,
+#                                    "bare+a" starts from bare instead
+#   row FIXTURE RC EXPECT ARGS...    reset to FIXTURE, run $MAILRIG ARGS (MAILRIG=$SETUP row ...
+#                                    runs mailrig-setup), check status, streams and every store
 #   use_fixture FIXTURE              reset to FIXTURE without running anything
+#   save_state NAME                  the current stores become a starting state NAME
 #   snapshot STORE                   the store's current snapshot lines
+#   lock_held_run PATH STORE CMD...  CMD must wait for PATH's lock with STORE unchanged
 #
 # EXPECT lines: `<store> +<line>`, `<store> -<line>`, `<store> *`, `stdout = <text>`,
 # `stdout ~ <ERE>` (same for stderr). `= <text>` means the whole stream is text (with \n, \t,
 # \\ escapes) plus one closing newline; a bare `=` means an empty stream. Stores not named must
-# be unchanged. Stores: the six tables, tree, files, passwd, handlers, panel, maincf, mastercf,
-# other, and signals (`trivial-rewrite INT`: a signal the stand-in of Postfix's address
-# rewriting daemon received).
+# be unchanged. Stores: the six tables, tree (the mail root itself is `./`), files, passwd,
+# handlers, panel, maincf, mastercf, other, and signals (`trivial-rewrite INT`: a signal the
+# stand-in of Postfix's address rewriting daemon received).
 . "$MAILRIG_TESTS/scenario/lib.sh"
 export LC_ALL=C
 
@@ -27,7 +31,7 @@ SAVED_DIRS=(/var/spool/postfix/quelt /var/qmail /var/lib/quelt /etc/postfix /etc
             /etc/domainkeys /etc/sysconfig /var/spool/cron /usr/local/zvt)
 STATE=$MAILRIG_SANDBOX_ROOT/rows
 mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
-mkdir -p "$STATE"
+mkdir -p "$STATE/postconf"
 
 panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
 passwd_sql() { sqlite3 "$Q/passwd.db" "$1"; }
@@ -71,15 +75,18 @@ snap_other() { # checksums of the remaining files mailrig may write
 
 snap_signals() {
   [ -n "${STANDIN_PID:-}" ] || return 0
-  local state pending
-  state=$(awk '/^State:/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null)
-  pending=$(awk '/^(ShdPnd|SigPnd):/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null | sort -u | tail -1)
-  if [ -n "$state" ] && [ "$state" != Z ] && [ "$((16#${pending:-0}))" -eq 0 ]; then return 0; fi
-  # It was signalled: wait for it, name the signal, and start a fresh one for the next row.
-  local status=0
-  if [ -n "$state" ] && [ "$state" != Z ]; then
-    # Signal still pending: the lowest pending signal number.
-    local bits=$((16#$pending)) n=1
+  local state pending status=0 bits n=1 try
+  # Asleep with nothing pending: untouched. Dying (running, or a zombie) or with a signal
+  # pending: signalled. Anything else is a moment of passage; look again.
+  for try in $(seq 500); do
+    state=$(awk '/^State:/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null)
+    pending=$(awk '/^(ShdPnd|SigPnd):/ {print $2}' "/proc/$STANDIN_PID/status" 2>/dev/null | sort -u | tail -1)
+    bits=$((16#${pending:-0}))
+    [ "$state" = S ] && [ "$bits" -eq 0 ] && return 0
+    [ -z "$state" ] || [ "$state" = Z ] || [ "$bits" -ne 0 ] && break
+    sleep 0.01
+  done
+  if [ "$bits" -ne 0 ]; then
     while [ $((bits & 1)) -eq 0 ]; do bits=$((bits >> 1)); n=$((n + 1)); done
     kill -KILL "$STANDIN_PID" 2>/dev/null; wait "$STANDIN_PID" 2>/dev/null
     echo "trivial-rewrite $(kill -l "$n")"
@@ -103,20 +110,27 @@ snap_store() { # STORE: its snapshot lines, unsorted
       local sql='' t
       for t in $PANEL_TABLES; do sql+="SELECT '$t', t.* FROM \`$t\` t;"; done
       panel "$sql" ;;
-    maincf) postconf -n 2>&1 ;;
+    maincf) postconf -c "$STATE/postconf" -n 2>&1 ;;
     mastercf)
       cat /etc/postfix/master.cf 2>/dev/null
       [ ! -e "$Q/master.cf.disabled" ] || sed 's/^/disabled: /' "$Q/master.cf.disabled" ;;
     other) snap_other ;;
     signals) cat "$STATE/signals" ;;
     *)
-      if [ -e "$Q/$1.db" ]; then postmap -s "hash:$Q/$1" 2>/dev/null || echo '<unreadable>'
+      if [ -e "$Q/$1.db" ]; then postmap -c "$STATE/postconf" -s "hash:$Q/$1" 2>/dev/null || echo '<unreadable>'
       else echo '<absent>'; fi ;;
   esac
 }
 
+# Postfix's tools reread a main.cf changed within the last second until it settles; the
+# snapshots read a copy dated in the past, at once.
+settled_conf() {
+  cp /etc/postfix/main.cf /etc/postfix/master.cf "$STATE/postconf/" 2>/dev/null
+  touch -d '-1 hour' "$STATE/postconf/main.cf"
+}
+
 # The stand-in must be waited for by this shell, not by a pipeline's subshell.
-snapshot() { [ "$1" != signals ] || snap_signals > "$STATE/signals"; snap_store "$1" | sort; }
+snapshot() { settled_conf; [ "$1" != signals ] || snap_signals > "$STATE/signals"; snap_store "$1" | sort; }
 
 # The files behind the stores whose snapshot is a pure function of them: a store whose files
 # kept their bytes kept its snapshot, which then need not be taken again.
@@ -129,7 +143,6 @@ store_files() {
 store_sums() {
   local store file
   local -a files=()
-  # comm needs the absent files' lines sorted in with the others.
   {
     while read -r store file; do
       if [ -f "$file" ]; then files+=("$file"); else echo "$store $file not a file"; fi
@@ -144,6 +157,7 @@ MARK=$'\001store'
 snapshot_all() {
   local out=$1 base=${2:+$STATE/$2} s same=' '
   snap_signals > "$STATE/signals"
+  settled_conf
   if [ -n "$base" ]; then
     store_sums > "$STATE/sums"
     same=" $(comm -12 "$base/sums" "$STATE/sums" | awk '{print $1}' | sort -u | tr '\n' ' ')"
@@ -167,6 +181,8 @@ fixture() { FIXTURES[$1]=$2; }
 save_state() {
   local dir=$STATE/$1 d
   rm -rf "$dir"; mkdir -p "$dir/root"
+  # A fixture is a state of some time ago: Postfix's tools need not wait for main.cf to settle.
+  touch -d '-1 hour' /etc/postfix/main.cf
   for d in "${SAVED_DIRS[@]}"; do
     [ -e "$d" ] || continue
     mkdir -p "$dir/root${d%/*}"
@@ -197,12 +213,50 @@ restore_state() {
   fi
 }
 
+# The prepared server, made when first needed: mailrig-setup waits for main.cf to settle after
+# each change it makes, which is the slowest step of a script.
+# The stores it made are kept in the build folder, keyed by everything they depend on, so that
+# the next script with the same mailrig-setup starts from them.
+prepare_fresh() {
+  [ ! -d "$STATE/fresh" ] || return 0
+  restore_state bare
+  local cache=$MAILRIG_BUILD/rows-cache key d
+  key=$(cat "$SETUP" /etc/postfix/main.cf /etc/postfix/master.cf /etc/zvt/zvt.conf <(id popuser) \
+        <(echo "${SAVED_DIRS[*]}") | sha1sum | cut -c1-16)
+  # /etc/zvt holds this sandbox's own panel password: never taken from the cache.
+  local -a dirs=()
+  for d in "${SAVED_DIRS[@]}"; do [ "$d" = /etc/zvt ] || dirs+=("${d#/}"); done
+  if [ -s "$cache/fresh-$key.tar" ] && (cd / && rm -rf "${dirs[@]}") && tar -xpf "$cache/fresh-$key.tar" -C /; then
+    :
+  else
+    restore_state bare
+    "$SETUP" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
+    mkdir -p "$cache" && rm -f "$cache"/fresh-*.tar
+    for d in "${!dirs[@]}"; do [ -e "/${dirs[$d]}" ] || unset "dirs[$d]"; done
+    tar -cpf "$cache/fresh-$key.tar.$$" -C / "${dirs[@]}" && mv -f "$cache/fresh-$key.tar.$$" "$cache/fresh-$key.tar"
+  fi
+  save_state fresh
+}
+
 # use_fixture NAME: the stores as NAME left them; NAME is built on first use.
 use_fixture() {
   local name=$1 part parts
+  [[ $name != fresh && $name != fresh+* ]] || prepare_fresh
   if [ ! -d "$STATE/$name" ]; then
-    restore_state fresh
     IFS=+ read -ra parts <<< "$name"
+    # Start from the longest saved prefix ("a+b" for "a+b+c"; bare or fresh named first).
+    local n prefix
+    for ((n = ${#parts[@]} - 1; n > 0; n--)); do
+      prefix=$(IFS=+; echo "${parts[*]:0:n}")
+      [ ! -d "$STATE/$prefix" ] || break
+    done
+    if [ "$n" -gt 0 ]; then
+      restore_state "$prefix"; parts=("${parts[@]:n}")
+    elif [ -z "${FIXTURES[${parts[0]}]+set}" ] && [ -d "$STATE/${parts[0]}" ]; then
+      restore_state "${parts[0]}"; parts=("${parts[@]:1}")
+    else
+      prepare_fresh; restore_state fresh
+    fi
     for part in "${parts[@]}"; do
       if [ -z "${FIXTURES[$part]+set}" ]; then fail "unknown fixture $part"; return 1; fi
       PANEL_LOADED=  # a fixture may change the panel database
@@ -222,7 +276,7 @@ row() {
   shift 3
   rows=$((rows + 1)); checks=$((checks + 1))
   local where="${BASH_SOURCE[1]##*/}:${BASH_LINENO[0]}" label
-  label="row $rows ($where, $fx): ${MAILRIG##*/} $(printf '%q ' "$@")"
+  label="row $rows ($where, $fx): ${MAILRIG##*/}$([ $# -eq 0 ] || printf ' %q' "$@")"
   use_fixture "$fx" || { fail "$label: fixture unusable"; return; }
 
   local -a problems=()
@@ -282,6 +336,26 @@ row() {
   fi
 }
 
+# lock_held_run PATH STORE COMMAND...: runs COMMAND while this script holds the lock mailrig
+# takes for PATH; fails unless COMMAND waits for it with STORE unchanged. COMMAND's streams are
+# in $OUT and $ERR and its status in STATUS once the lock went.
+lock_held_run() {
+  local path=$1 store=$2 before pid lockfd
+  shift 2
+  before=$(snapshot "$store")
+  exec {lockfd}>"/var/lock/files/$(printf %s "$path" | md5sum | cut -d' ' -f1)"
+  flock "$lockfd"
+  "$@" >"$OUT" 2>"$ERR" {lockfd}>&- &
+  pid=$!
+  # Only our lock can hold it up; the kernel names the wait.
+  for _ in $(seq 100); do [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] && break; sleep 0.1; done
+  checks=$((checks + 2))
+  [[ $(cat "/proc/$pid/wchan" 2>/dev/null) == *lock*wait* ]] || fail "${1##*/} did not wait for the lock of $path"
+  [ "$(snapshot "$store")" = "$before" ] || fail "$store changed while the lock of $path was held"
+  exec {lockfd}>&-
+  STATUS=0; wait "$pid" || STATUS=$?
+}
+
 # --- the prepared server ---------------------------------------------------------------------
 
 # A stand-in for Postfix's address rewriting daemon, which the domain commands interrupt: any
@@ -313,5 +387,3 @@ PANEL_TABLES=$(panel "SELECT table_name FROM information_schema.tables WHERE tab
 # A panel installation names its mail root in its configuration file.
 printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
 save_state bare
-"$SETUP" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
-save_state fresh

@@ -27,6 +27,9 @@ mastercf -disabled:   -o smtpd_tls_wrappermode=yes"
 # Independent views of the running system.
 procs() { local n=0 c; for c in /proc/[0-9]*/comm; do [ "$(cat "$c" 2>/dev/null)" = "$1" ] && n=$((n + 1)); done; echo $n; }
 listening() { awk -v p="$(printf ':%04X' "$1")" '$4 == "0A" && $2 ~ p "$" { f = 1 } END { exit !f }' /proc/net/tcp; }
+not_listening() { ! listening "$1"; }
+# A reload only signals the master, which then opens and closes its listeners on its own time.
+eventually() { local i; for i in $(seq 50); do "$@" && return 0; sleep 0.1; done; return 1; }
 postfix_up() { /usr/sbin/postfix status >/dev/null 2>&1; }
 check() { checks=$((checks + 1)); "$@" || fail "${WHAT:-check}: $*"; }
 check_not() { checks=$((checks + 1)); ! "$@" || fail "${WHAT:-check}: not $*"; }
@@ -72,7 +75,7 @@ rm -f $PIDFILE
 # --- start, reload, restart and stop through the real init script -------------------------
 row fresh 0 'stdout ~ .' -l
 WHAT="started by -l" check postfix_up
-WHAT="started by -l" check listening 25
+WHAT="started by -l" check eventually listening 25
 row fresh 0 'stdout = mta is running' --status-service --mail-component=mta
 row fresh 0 'stdout =' --start-service --mail-component=mta    # running: no script runs
 master=$(cat $PIDFILE)
@@ -80,28 +83,28 @@ row fresh 0 'stdout =' --reload-service --mail-component=mta
 WHAT="reload keeps the master" check [ "$(cat $PIDFILE)" = "$master" ]
 
 # A new listener reaches the running master: the entry is written, then Postfix reloads.
-WHAT="before smtps" check_not listening 465
+WHAT="before smtps" check eventually not_listening 465
 row fresh 0 "mastercf +$SMTPS" --start-service --mail-component=smtps
-WHAT="smtps after --start-service" check listening 465
+WHAT="smtps after --start-service" check eventually listening 465
 row fresh 0 "mastercf +$SUBMISSION" -a
-WHAT="submission after -a" check listening 587
+WHAT="submission after -a" check eventually listening 587
 row smtps_disabled 0 "$SMTPS_MOVED_BACK" --restart-service --mail-component=smtps
 row fresh 0 "mastercf -$STOCK_SMTP
 mastercf +disabled: $STOCK_SMTP" --stop-service --mail-component=smtp
-WHAT="smtp after --stop-service" check_not listening 25
-WHAT="smtps after the stop (master.cf of the fixture has none)" check_not listening 465
+WHAT="smtp after --stop-service" check eventually not_listening 25
+WHAT="smtps after the stop (master.cf of the fixture has none)" check eventually not_listening 465
 row fresh 0 'stdout =' --stop-service --mail-component=smtps    # nothing to disable, no reload
 
 row fresh 0 'stdout ~ .' --restart-service --mail-component=mta
 WHAT="restart gives a new master" check [ "$(cat $PIDFILE)" != "$master" ]
 WHAT="restart" check postfix_up
-WHAT="smtp listens again after restart" check listening 25
+WHAT="smtp listens again after restart" check eventually listening 25
 row fresh 0 'stdout ~ .' --stop-service --mail-component=mta
 WHAT="stopped" check_not postfix_up
 WHAT="stopped" check [ "$(procs master)$(procs qmgr)" = 00 ]
 row fresh 0 "mastercf +$SMTPS
 stdout = ." --start-service --mail-component=mta --mail-component=smtps
-WHAT="start with smtps" check listening 465
+WHAT="start with smtps" check eventually listening 465
 row fresh 0 'stdout ~ .' -m
 WHAT="stopped by -m" check [ "$(procs master)$(procs qmgr)" = 00 ]
 
@@ -133,11 +136,13 @@ row postconf_refuses 1 'stdout ~ ^Fatal error: quelt::mail::postfix::PostfixConf
 # --- Courier-IMAP and the milter ----------------------------------------------------------
 row fresh 0 'stdout = is stopped' -e
 row fresh 0 'stdout =' -i
-WHAT="imapd by -i" check listening 143
+WHAT="imapd by -i" check eventually listening 143
 row fresh 0 'stdout = pop3 is running\nimap is running' --status-service --mail-component=imap --mail-component=pop3
 # Debian's courier-imap script knows no reload.
 row fresh 1 'stdout = Service /etc/init.d/courier-imap failed to reload' --reload-service --mail-component=imaps
 row fresh 0 'stdout =' -z
+# Debian's restart may find the old imapd not yet gone and start none; what follows wants one.
+for i in 1 2 3 4 5; do listening 143 && break; sleep 1; /etc/init.d/courier-imap start >/dev/null 2>&1; done
 row fresh 0 'stdout =' --start-milter
 row fresh 0 'stdout = is running' --status-milter
 row fresh 0 'stdout = .' -l
@@ -146,11 +151,11 @@ echo stop > /etc/pc-remote.fail
 row fresh 1 'stdout = Service /etc/init.d/pc-remote failed to stop' --stop-service --mail-component=milter
 row fresh 255 'stdout = Service /etc/init.d/pc-remote failed to stop' --stop-milter
 row no_restart 0 'stdout =' --stop-service --mail-component=milter --mail-component=imap
-WHAT="NO_RESTART_DAEMON leaves courier" check listening 143
+WHAT="NO_RESTART_DAEMON leaves courier" check eventually listening 143
 rm /etc/pc-remote.fail
 mv /etc/init.d/pc-remote /etc/init.d/pc-remote.away
 row fresh 255 "stdout = Unable to find start/stop script for 'pc-remote'" --start-milter
-row fresh 0 'stdout = milter is stopped' --status-service --mail-component=milter
+row fresh 0 "stdout = Unable to find start/stop script for 'pc-remote'\nmilter is stopped" --status-service --mail-component=milter
 mv /etc/init.d/pc-remote.away /etc/init.d/pc-remote
 : > /var/log/pc-remote.calls
 fixture rc_log 'mkdir -p /usr/local/zvt/tmp'

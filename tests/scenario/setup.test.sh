@@ -1,81 +1,114 @@
-# mailrig-setup on a fresh Postfix configuration: what it creates, that mailrig works after it,
-# that a second run changes no byte, and that the admin's own settings survive.
-. "$MAILRIG_TESTS/scenario/lib.sh"
-SETUP=$MAILRIG_BUILD/src/front/setup/mailrig-setup
-Q=/var/spool/postfix/quelt
-
-# Fingerprint of everything the setup may touch: file bytes, owners and modes.
-fingerprint() {
-  find /etc/postfix/main.cf /etc/postfix/master.cf $Q /var/qmail /var/lib/quelt -exec stat -c '%n %U:%G %a' {} + | sort
-  find /etc/postfix/main.cf /etc/postfix/master.cf $Q /var/lib/quelt -type f -exec md5sum {} + | sort
-}
-
-# An admin's own items in list settings.
-postconf -e 'mynetworks = 127.0.0.0/8, 10.9.8.0/24' 'smtpd_sender_restrictions = reject_non_fqdn_sender'
-
-AGENT=/usr/local/libexec/mailrig-deliver
+# mailrig-setup as rows: what it creates on a bare Postfix server, each main.cf item, that the
+# admin's own list items survive, that a prepared server is left alone byte for byte.
+# The delivery agent where the transport names it; a row below takes it away.
+AGENT=$("$MAILRIG_SANDBOX_DIR/agent.sh" "$MAILRIG_BUILD")
+. "$MAILRIG_TESTS/scenario/rows.sh"
 TRANSPORT="mailrig unix - n n - - pipe flags=DRX user=popuser null_sender= argv=$AGENT \${sender} \${recipient}"
 
-# Without the mail user: refused with the way to create it, nothing made.
-userdel popuser 2>/dev/null; groupdel popuser 2>/dev/null
-STATUS=0; "$SETUP" >"$OUT" 2>"$ERR" || STATUS=$?
-expect_status 1 "setup without popuser"
-grep -q '^Error: the mail user popuser does not exist; create it with$' "$ERR" || fail "missing-user message: $(cat "$ERR")"
-[ ! -e $Q/virtual.db ] || fail "tables created although the setup was refused"
+report() { local text; text=$(printf '%s\\n' "$@"); printf '%s' "${text%\\n}"; }
+uid=$(id -u popuser) gid=$(id -g popuser)
 
-# The delivery agent is not installed yet: the transport is written all the same, with a warning.
-STATUS=0; "$SETUP" --create-user >"$OUT" 2>"$ERR" || STATUS=$?
-expect_status 0 "setup with --create-user"
-grep -qx "warning: the delivery agent $AGENT is not installed; Postfix keeps mailbox mail queued until it is" "$OUT" ||
-  fail "no warning about the missing agent: $(cat "$OUT")"
-install -D -m 0755 "$MAILRIG_BUILD/src/delivery/mailrig-deliver" "$AGENT"
-expect_eq "$(grep -c '^mailrig ' /etc/postfix/master.cf)" "1" "one transport entry"
-expect_eq "$(grep '^mailrig ' /etc/postfix/master.cf)" "$TRANSPORT" "the transport entry"
-expect_eq "$(postconf -h virtual_transport mailrig_destination_recipient_limit | tr '\n' ' ')" "mailrig 1 " \
-  "mailbox mail goes through the transport, one recipient per run"
-getent passwd popuser >/dev/null || fail "popuser not created"
-for t in virtual_domains virtual vmailbox aliases sdd_transport_maps blacklists; do
-  [ -f $Q/$t.db ] || fail "table $t not created"
-  expect_eq "$(postmap -s hash:$Q/$t | wc -l)" "0" "table $t is empty"
-done
-[ -f $Q/passwd.db ] && [ -f $Q/passwd_db_key ] || fail "password database or key missing"
-[ -f /var/lib/quelt/mail/handlers/handlers.db ] || fail "handlers database missing"
-expect_eq "$(stat -c '%U:%G' /var/qmail/mailnames)" "popuser:popuser" "mail root owner"
-expect_eq "$(postconf -h virtual_uid_maps)" "static:$(id -u popuser)" "virtual_uid_maps"
-expect_eq "$(postconf -h virtual_alias_maps)" "hash:$Q/virtual" "virtual_alias_maps"
-expect_eq "$(postconf -h mynetworks)" "127.0.0.0/8, 10.9.8.0/24" "admin's mynetworks"
-expect_eq "$(postconf -h smtpd_sender_restrictions)" \
-  "reject_non_fqdn_sender, check_sender_access hash:$Q/blacklists" "admin's sender restrictions kept"
-expect_eq "$(postconf -h alias_maps)" "hash:/etc/aliases, hash:$Q/aliases" "alias_maps gains the bounce table"
+# The admin's own items in list settings; mydestination lacks the item the setup adds.
+fixture admin "postconf -e 'mynetworks = 127.0.0.0/8, 10.9.8.0/24' 'mydestination = localhost' \
+  'smtpd_sender_restrictions = reject_non_fqdn_sender'"
+MAILRIG=$SETUP row bare+admin 0 "$(for t in "${TABLES[@]}"; do printf '%s -<absent>\n' "$t"; done)
+maincf +virtual_mailbox_domains = hash:$Q/virtual_domains
+maincf +virtual_mailbox_maps = hash:$Q/vmailbox
+maincf +virtual_alias_maps = hash:$Q/virtual
+maincf +virtual_mailbox_base = $ROOT
+maincf +virtual_uid_maps = static:$uid
+maincf +virtual_gid_maps = static:$gid
+maincf +sender_dependent_default_transport_maps = hash:$Q/sdd_transport_maps
+maincf -alias_maps = hash:/etc/aliases
+maincf +alias_maps = hash:/etc/aliases, hash:$Q/aliases
+maincf -mydestination = localhost
+maincf +mydestination = localhost, localhost.localdomain
+maincf -smtpd_sender_restrictions = reject_non_fqdn_sender
+maincf +smtpd_sender_restrictions = reject_non_fqdn_sender, check_sender_access hash:$Q/blacklists
+maincf +virtual_transport = mailrig
+maincf +mailrig_destination_recipient_limit = 1
+mastercf +$TRANSPORT
+tree -<absent>
+tree +./ popuser:popuser 755
+passwd -<absent>
+handlers -<absent>
+other *
+stderr =
+stdout = $(report "created $ROOT" "created /var/lib/quelt/mail/handlers" \
+  "${TABLES[@]/#/created the empty table hash:$Q/}" \
+  "created the password database $Q/passwd.db and its key" \
+  "created the mail-handlers database $HANDLERS_DB" \
+  "master.cf: set the delivery transport $TRANSPORT" \
+  "main.cf: set virtual_mailbox_domains = hash:$Q/virtual_domains" \
+  "main.cf: set virtual_mailbox_maps = hash:$Q/vmailbox" \
+  "main.cf: set virtual_alias_maps = hash:$Q/virtual" \
+  "main.cf: set virtual_mailbox_base = $ROOT" \
+  "main.cf: set virtual_uid_maps = static:$uid" "main.cf: set virtual_gid_maps = static:$gid" \
+  "main.cf: set sender_dependent_default_transport_maps = hash:$Q/sdd_transport_maps" \
+  "main.cf: added hash:$Q/aliases to alias_maps" \
+  "main.cf: added localhost.localdomain to mydestination" \
+  "main.cf: added check_sender_access hash:$Q/blacklists to smtpd_sender_restrictions" \
+  "main.cf: set virtual_transport = mailrig" "main.cf: set mailrig_destination_recipient_limit = 1" \
+  "mailrig-setup: the server is ready")"
+save_state ready
+checks=$((checks + 1))
+[ -s "$Q/passwd_db_key" ] || fail "password key missing or empty"
 postfix check >"$OUT" 2>&1 || fail "postfix check after setup: $(cat "$OUT")"
 expect_eq "$(cat "$OUT")" "" "postfix check is silent"
 
-# A second run changes nothing and says so.
-before=$(fingerprint)
-STATUS=0; "$SETUP" >"$OUT" 2>"$ERR" || STATUS=$?
-expect_status 0 "second setup"
-expect_eq "$(cat "$OUT")" "mailrig-setup: nothing to change, the server is ready" "second setup output"
-expect_eq "$(fingerprint)" "$before" "second setup changed something"
+# A prepared server: nothing to change, no byte changed. A partly prepared one: only what is
+# missing or wrong, and a list that has the item is left as it is.
+nothing='stdout = mailrig-setup: nothing to change, the server is ready
+stderr ='
+MAILRIG=$SETUP row ready 0 "$nothing"
+fixture halfway "postconf -e virtual_mailbox_base=/elsewhere 'alias_maps = hash:$Q/aliases'; rm $Q/vmailbox.db"
+MAILRIG=$SETUP row ready+halfway 0 "maincf -virtual_mailbox_base = /elsewhere
+maincf +virtual_mailbox_base = $ROOT
+vmailbox -<absent>
+stdout = created the empty table hash:$Q/vmailbox\nmain.cf: set virtual_mailbox_base = $ROOT\nmailrig-setup: the server is ready"
 
-# An entry the admin changed by hand is put back, in its place.
-sed -i 's|^mailrig unix.*|mailrig unix - n n - - pipe user=nobody argv=/bin/true|' /etc/postfix/master.cf
-line_no=$(grep -n '^mailrig ' /etc/postfix/master.cf | cut -d: -f1)
-STATUS=0; "$SETUP" >"$OUT" 2>"$ERR" || STATUS=$?
-expect_eq "$(cat "$OUT")" "master.cf: set the delivery transport $TRANSPORT
-mailrig-setup: the server is ready" "setup repairing the transport"
-expect_eq "$(grep -n '^mailrig ' /etc/postfix/master.cf)" "$line_no:$TRANSPORT" "the transport repaired in place"
+# A transport entry the admin changed is put back in its place; without the agent installed the
+# setup says so and changes nothing for it.
+fixture transport_changed "sed -i 's|^mailrig unix.*|mailrig unix - n n - - pipe user=nobody argv=/bin/true|' /etc/postfix/master.cf"
+MAILRIG=$SETUP row ready+transport_changed 0 "mastercf -mailrig unix - n n - - pipe user=nobody argv=/bin/true
+mastercf +$TRANSPORT
+stdout = master.cf: set the delivery transport $TRANSPORT\nmailrig-setup: the server is ready"
+checks=$((checks + 1))
+[ "$(grep -n '^mailrig ' /etc/postfix/master.cf | cut -d: -f1)" = \
+  "$(grep -n '^mailrig ' "$STATE/ready+transport_changed/root/etc/postfix/master.cf" | cut -d: -f1)" ] ||
+  fail "the transport entry moved"
+mv "$AGENT" "$AGENT.away"
+MAILRIG=$SETUP row ready 0 "stdout = warning: the delivery agent $AGENT is not installed; Postfix keeps mailbox mail queued until it is\nmailrig-setup: nothing to change, the server is ready
+stderr ="
+mv "$AGENT.away" "$AGENT"
 
-# mailrig works on the prepared server, and Postfix resolves through the tables.
-run --add-domain --domain-name=example.com
-expect_status 0 "add-domain after setup"
-expect_eq "$(postmap -q example.com hash:$Q/virtual_domains)" "example.com/" "domain lookup"
-expect_eq "$(postconf -x -h virtual_mailbox_domains)" "hash:$Q/virtual_domains" "Postfix reads the domain table"
+# A main.cf change waits for main.cf's lock.
+use_fixture ready+halfway
+lock_held_run /etc/postfix/main.cf maincf "$SETUP"
+expect_status 0 "setup after the lock of main.cf went"
+expect_eq "$(postconf -h virtual_mailbox_base)" "$ROOT" "virtual_mailbox_base after the lock went"
 
 # The password database is never wiped by a plain run, only on request.
-sqlite3 $Q/passwd.db "INSERT INTO domains (name, status) VALUES ('kept.test', 0);"
-"$SETUP" >/dev/null 2>&1
-expect_eq "$(sqlite3 $Q/passwd.db "SELECT name FROM domains")" "kept.test" "password rows survive a plain run"
-"$SETUP" --recreate-password-db >"$OUT" 2>&1
-expect_eq "$(sqlite3 $Q/passwd.db "SELECT count(*) FROM domains")" "0" "--recreate-password-db empties it"
+fixture kept "passwd_sql \"INSERT INTO domains (name, status) VALUES ('kept.test', 0)\""
+MAILRIG=$SETUP row ready+kept 0 "$nothing"
+MAILRIG=$SETUP row ready+kept 0 "passwd -domains|1|kept.test|0
+other *
+stdout = re-created the password database $Q/passwd.db and its key\nmailrig-setup: the server is ready" --recreate-password-db
+
+# Without the mail user: refused with the way to create it, nothing made. Last: the user
+# database is not among the stores a fixture puts back.
+fixture nouser 'userdel popuser; groupdel popuser 2>/dev/null; true'
+MAILRIG=$SETUP row bare+nouser 1 "stdout ~ ^Error: the mail user popuser does not exist
+stderr = Error: the mail user popuser does not exist; create it with\n    groupadd --system popuser && useradd --system --gid popuser --home-dir $ROOT --no-create-home --shell /usr/sbin/nologin popuser\nor run mailrig-setup --create-user"
+MAILRIG=$SETUP row ready+nouser 0 "maincf *
+tree *
+stdout ~ ^created the mail user popuser$" --create-user
+checks=$((checks + 1))
+getent passwd popuser >/dev/null || fail "popuser not created"
+
+# /var/lock is emptied at boot, so a server may have no folder for the lock files yet. Not a
+# fixture: the folder is not among the stores a fixture puts back.
+use_fixture ready && rm -rf /var/lock/files
+MAILRIG=$SETUP row ready 0 'stdout = created /var/lock/files\nmailrig-setup: the server is ready'
 
 finish

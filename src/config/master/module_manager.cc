@@ -49,6 +49,8 @@ void ModuleManager::loadModules(bool force)
     loadMasterCf(masterPath_, master_);
     if (exists(disabledPath_))
         loadMasterCf(disabledPath_, disabled_);
+    else
+        disabled_.reset();
     masterChanged_ = disabledChanged_ = false;
 }
 

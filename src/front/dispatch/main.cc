@@ -3,8 +3,8 @@
 
 #include "front/dispatch/dispatcher.h"
 #include "runtime/fd_owner.h"
-#include "runtime/log.h"
 #include "runtime/report.h"
+#include "runtime/log.h"
 
 int main(int argc, char* argv[])
 {

@@ -20,6 +20,7 @@
 #include "config/maincf/main_cf_manager.h"
 #include "front/setup/delivery_transport.h"
 #include "handlers/mail_handlers.h"
+#include "runtime/lock_file.h"
 #include "runtime/zvt_conf.h"
 #include "services/process/exec_cmd.h"
 #include "storage/popuser.h"
@@ -206,6 +207,8 @@ int prepareServer(const SetupOptions& options, std::ostream& out)
     const MailUser user = ensureMailUser(options, mailRoot, out, changes);
 
     mailAuthDBSelectStyle(1);
+    // Every table and main.cf change below takes its lock there.
+    ensureDirectory(kLockFilesDir, 0, 0, 0755, out, changes);
     ensureDirectory(kTablesDir, 0, 0, 0755, out, changes);
     ensureDirectory(mailRoot, user.uid, user.gid, 0755, out, changes);
     ensureDirectory(fs::path(mh_db_path()).parent_path(), 0, 0, 0755, out, changes);

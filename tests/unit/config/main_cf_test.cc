@@ -66,15 +66,6 @@ TEST_F(MainCf, ReadsConfiguredDefaultAndUnknownValues)
                                                       "-h no_such_parameter"}));
 }
 
-TEST_F(MainCf, WritesOneArgumentUnderTheMainCfLock)
-{
-    cf.replaceStringValue("smtpd_banner", "$myhostname ESMTP ready");
-    EXPECT_EQ(stored("smtpd_banner"), "$myhostname ESMTP ready");
-    EXPECT_EQ(spy_->runs(), std::vector<std::string>{"-e smtpd_banner=$myhostname ESMTP ready"});
-    const std::string md5 = shellOutput("printf %s /etc/postfix/main.cf | md5sum").substr(0, 32);
-    EXPECT_TRUE(std::filesystem::exists("/var/lock/files/" + md5));
-}
-
 TEST_F(MainCf, AppendToAList)
 {
     struct Case {

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <memory>
 #include <set>
@@ -13,6 +15,7 @@
 #include "config/master/master_cf_file.h"
 #include "config/master/module_manager.h"
 #include "runtime/errors.h"
+#include "services/process/mk_lock.h"
 #include "storage/fs_error.h"
 #include "support/io.h"
 
@@ -189,6 +192,32 @@ TEST_F(MasterCfFiles, FailedRenameLeavesNoTemporaryFile)
         EXPECT_EQ(std::string(e.what()).rfind("rename", 0), 0u) << e.what();
     }
     EXPECT_EQ(dirEntries(dir), "master.cf ");
+}
+
+TEST_F(MasterCfFiles, StoreWaitsForTheFilesLock)
+{
+    writeFile(master, "old\n");
+    auto content = parsed("new inet n - n - - x\n");
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t holder = ::fork();
+    ASSERT_GE(holder, 0);
+    if (holder == 0) {
+        // Another writer holds the lock for a while: the file must not change meanwhile.
+        quelt::MKLock held(master);
+        ::write(ready[1], "x", 1);
+        ::usleep(300 * 1000);
+        ::_exit(readFile(master) == "old\n" ? 0 : 1);
+    }
+    char c;
+    ASSERT_EQ(::read(ready[0], &c, 1), 1);
+    pf::storeMasterCf(master, *content);
+    int status = 0;
+    ASSERT_EQ(::waitpid(holder, &status, 0), holder);
+    EXPECT_EQ(status, 0) << "master.cf was written while its lock was held";
+    EXPECT_EQ(readFile(master), "new inet n - n - - x\n");
+    ::close(ready[0]);
+    ::close(ready[1]);
 }
 
 TEST_F(MasterCfFiles, DisableAndEnableMoveTheExactText)

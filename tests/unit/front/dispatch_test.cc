@@ -15,14 +15,6 @@ namespace mc = quelt::mail::postfix::mailrig_commands;
 
 namespace {
 
-int returnsThree(int argc, char* argv[])
-{
-    // The handler sees its command word as argv[0] and runs on the Postfix password layout.
-    if (argc != 2 || std::string(argv[0]) != "--three" || std::string(argv[1]) != "--opt")
-        return 99;
-    return mailAuthDBPath() == "/var/spool/postfix/quelt/passwd.db" ? 3 : 98;
-}
-
 int throwsDatabaseError(int, char*[])
 {
     throw quelt::mail::postfix::PostfixDatabaseError("postmap: fatal: no table");
@@ -40,8 +32,7 @@ int throwsInt(int, char*[])
 
 ChildResult runTable(std::vector<std::string> words)
 {
-    const mc::CommandTable table{{"--three", returnsThree},
-                                 {"--db", throwsDatabaseError},
+    const mc::CommandTable table{{"--db", throwsDatabaseError},
                                  {"--sys", throwsSystemError},
                                  {"--int", throwsInt}};
     return runInChild([&] {
@@ -51,11 +42,6 @@ ChildResult runTable(std::vector<std::string> words)
         return quelt::runReportingExceptions(
             [&] { return mc::dispatch(table, static_cast<int>(argv.size()), argv.data()); });
     });
-}
-
-TEST(Dispatch, HandlerResultBecomesTheStatus)
-{
-    EXPECT_EQ(runTable({"--three", "--opt"}).status, 3);
 }
 
 TEST(Dispatch, EscapingExceptionsAreReportedOnBothStreams)

@@ -79,21 +79,6 @@ protected:
     std::string dir_;
 };
 
-TEST(HandlerNames, TypesAndQueuesBothWays)
-{
-    const Rows types = {"unknown", "sender", "recipient", "sender-domain", "recipient-domain", "global", "unknown"};
-    const Rows queues = {"unknown", "before-data", "before-queue", "before-local", "before-remote", "unknown", "unknown"};
-    for (int value = -1; value <= 5; ++value) {
-        const std::string& type = types[value + 1];
-        const std::string& queue = queues[value + 1];
-        EXPECT_EQ(mhc_get_typestr(value), type) << value;
-        EXPECT_EQ(mhc_get_queuestr(value), queue) << value;
-        EXPECT_EQ(mh_get_type(type), type == "unknown" ? 5 : value) << type;
-        EXPECT_EQ(mh_get_queue(queue), queue == "unknown" ? 4 : value) << queue;
-    }
-    EXPECT_EQ(mh_get_type("Global"), 5);
-}
-
 TEST_F(HandlersDb, GlobalHandlerAddresses)
 {
     const std::vector<std::pair<std::optional<std::string>, std::string>> cases = {

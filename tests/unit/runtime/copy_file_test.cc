@@ -47,27 +47,4 @@ TEST(CopyFile, AtomicCopyTakesOwnerGroupAndModeOrEndsTheProcess)
                 "copy_file_atomic\\(/tmp/no-such-source -> /tmp/atomic-dst\\): open failed");
 }
 
-TEST(ProcInfo, FindsAProcessByItsExactExecutable)
-{
-    char self[PATH_MAX] = {};
-    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
-    const pid_t found = findProcessByPath(self);
-    ASSERT_GT(found, 0);
-    char other[PATH_MAX] = {};
-    ASSERT_GT(::readlink(("/proc/" + std::to_string(found) + "/exe").c_str(), other, sizeof other - 1), 0);
-    EXPECT_STREQ(other, self);
-    EXPECT_EQ(findProcessByPath(std::string(self) + "x"), -1);
-    EXPECT_EQ(findProcessByPath(std::string(self).substr(0, std::string(self).size() - 1)), -1);
-}
-
-TEST(ProcInfo, PrintFeatureQuotesAllButBooleans)
-{
-    CaptureFd out(1);
-    for (const char* value : {"true", "false", "10240", "True"})
-        EXPECT_EQ(print_feature("f", value), 0) << value;
-    out.restore();
-    EXPECT_EQ(out.text(), "$features['f'] = true;\n$features['f'] = false;\n"
-                          "$features['f'] = \"10240\";\n$features['f'] = \"True\";\n");
-}
-
 }  // namespace

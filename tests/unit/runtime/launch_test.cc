@@ -57,16 +57,6 @@ TEST(Launch, ExitCodesAndSignals)
     EXPECT_EQ(run({"/bin/true"}, std::string(1 << 20, 'x')).code, 0) << "a child that reads nothing";
 }
 
-TEST(Launch, MissingProgramExitsOneWithTheReason)
-{
-    const Outcome r = run({"/nonexistent/program", "-x"});
-    const std::string why = "forkExecvPipes: execv() failed: No such file or directory\n"
-                            "\nSystem error 2: No such file or directory\n";
-    EXPECT_EQ(r.code, 1);
-    EXPECT_EQ(r.err, why);
-    EXPECT_EQ(r.out, why);
-}
-
 TEST(Launch, SearchesPathSetsTheEnvironmentAndSwitchesUser)
 {
     const Outcome r = run({"printenv", "MAILRIG_TEST", "HOME"}, "", {{"MAILRIG_TEST", "a b"}, {"HOME", "/x"}});

@@ -109,35 +109,6 @@ TEST(Pipe, PathsWithADotOrSlashAreNotSearchedAndArgumentsEndAtAnEmptyOne)
     EXPECT_EQ(StageParameters("").args, (std::vector<std::string>{""}));
 }
 
-TEST(Pipe, MisuseIsRefusedWithItsOwnWords)
-{
-    const auto refusal = [](auto body) { return thrownWhat<std::logic_error>(body); };
-    Pipe empty;
-    EXPECT_EQ(refusal([&] { empty.run(); }), "No processes to launch were assigned so far");
-    Pipe pipe;
-    pipe.append(StageParameters("/bin/true"));
-    EXPECT_EQ(pipe.run(), 0);
-    EXPECT_EQ(refusal([&] { pipe.run(); }), "the pipe has been launched already");
-    EXPECT_EQ(refusal([&] { pipe.append(StageParameters("/bin/true")); }),
-              "adding processes to the launched pipe is prohibited");
-
-    ProcessSetCatcher first;
-    first.install();
-    ProcessSetCatcher second;
-    const std::string twice = "ProcessSetCatcher instance has been installed already";
-    EXPECT_EQ(refusal([&] { second.install(); }), twice);
-    EXPECT_EQ(refusal([&] { Pipe p; p.append(StageParameters("/bin/true")); p.run(); }), twice);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::pause();
-        ::_exit(0);
-    }
-    first.add(child);
-    EXPECT_EQ(refusal([&] { first.remove(false); }), "there're some child processes still running");
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-}
-
 TEST(Pipe, NonblockWriteTakesWhatAFullPipeHasRoomFor)
 {
     int fds[2];

@@ -102,28 +102,6 @@ TEST(ProcessLaunch, SetUpFailuresInTheChildComeBackTyped)
     }
 }
 
-TEST(ProcessLaunch, RejectsInvalidStreamCodes)
-{
-    Argv argv({"/bin/true"});
-    const struct {
-        int in, out, err;
-        const char* want;
-    } cases[] = {
-        {-1, -2, -2, "invalid FD for stdin"},
-        {-5, -2, -2, "invalid FD for stdin"},
-        {-2, -6, -2, "invalid FD for stdout"},
-        {-2, -5, -2, "invalid FD for stdout"},
-        {-2, -2, -9, "invalid FD for stderr"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(thrownWhat<std::invalid_argument>([&] {
-                      ProcessLaunch(argv.get(), "/bin/true", "", nullptr, false, false, false, {}, c.in, c.out, c.err)
-                          .waitExit();
-                  }),
-                  c.want)
-            << c.in << " " << c.out << " " << c.err;
-}
-
 TEST(ProcessLaunch, StderrCanFollowStdoutIntoOnePipe)
 {
     Argv argv({"/bin/sh", "-c", "echo out; echo err >&2"});

@@ -37,25 +37,6 @@ protected:
     static std::string maildirsize() { return readFile(kMaildir + "/maildirsize"); }
 };
 
-TEST_F(MaildirppTest, RawQuotaWritesExactTwoLinesOwnedByPopuser)
-{
-    const struct {
-        long long quota;
-        std::string definition;
-        mode_t mask;
-    } cases[] = {
-        {-1, "0S,0C\n", 022}, {-5, "0S,0C\n", 077}, {0, "1S,0C\n", 022}, {1, "1S,0C\n", 022},
-        {1048576, "1048576S,0C\n", 022}, {9223372036854775807LL, "9223372036854775807S,0C\n", 022},
-    };
-    for (const auto& c : cases) {
-        ::umask(c.mask);
-        ASSERT_EQ(store_maildirpp_quota_raw(kMaildir, c.quota), 1) << c.quota;
-        EXPECT_EQ(maildirsize(), c.definition + kEmptyUsage) << c.quota;
-        EXPECT_EQ(popuserOwns(kMaildir + "/maildirsize", 0644 & ~c.mask), "ok") << c.quota;
-    }
-    EXPECT_TRUE(fs::is_empty(kMaildir + "/tmp")) << "temporary file left behind";
-}
-
 TEST_F(MaildirppTest, ManagerSubtractsAttachmentsFromTheQuota)
 {
     const std::string attachments = kHome + "/@attachments";

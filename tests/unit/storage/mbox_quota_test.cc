@@ -96,19 +96,6 @@ TEST_F(MboxQuotaTest, RemovalFallsBackToTheDomainsLimit)
     EXPECT_EQ(stderrOf([] { EXPECT_EQ(rm_mbox_quota("unknown.test", "info"), 0); }), "No such domain unknown.test\n");
 }
 
-TEST_F(MboxQuotaTest, DefaultsSpareMailboxesWithAQuotaOfTheirOwn)
-{
-    MaildirPPManager::getInstance().setDomainQuota("main.test", 7000);
-    EXPECT_EQ(maildirsizeOf("main.test", "info"), "7000S,0C\n" + kEmptyUsage);
-    EXPECT_EQ(maildirsizeOf("main.test", "odd"), "7000S,0C\n" + kEmptyUsage);
-    EXPECT_FALSE(fs::exists(kRoot + "/main.test/sales/Maildir/maildirsize"));
-    EXPECT_FALSE(fs::exists(kRoot + "/hosted.test/info/Maildir/maildirsize"));
-
-    MaildirPPManager::getInstance().removeDefaultMailboxQuota("main.test");
-    EXPECT_EQ(maildirsizeOf("main.test", "info"), "0S,0C\n" + kEmptyUsage);
-    EXPECT_FALSE(fs::exists(kRoot + "/main.test/sales/Maildir/maildirsize"));
-}
-
 TEST_F(MboxQuotaTest, ManagerTurnsFailuresIntoFSError)
 {
     fs::remove_all(kRoot + "/main.test/odd");

@@ -32,11 +32,11 @@ protected:
     static std::set<std::string> strays()
     {
         std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(kDir))
-            if (entry.path().extension() != ".db")
-                names.insert(entry.path().filename().string());
-            else if (entry.path().filename().string()[0] == '.')
-                names.insert(entry.path().filename().string());
+        for (const auto& entry : std::filesystem::directory_iterator(kDir)) {
+            const std::string name = entry.path().filename().string();
+            if (entry.path().extension() != ".db" || name[0] == '.')
+                names.insert(name);
+        }
         return names;
     }
 
