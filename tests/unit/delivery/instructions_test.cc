@@ -1,4 +1,5 @@
-// Reading .qmail files: what becomes an instruction and what refuses the whole file.
+// Reading .qmail files: what becomes an instruction and what refuses the whole file (the
+// delivery scenario sends mail through the common refusals; these are the rarer inputs).
 #include "delivery/instructions.h"
 
 #include <gtest/gtest.h>
@@ -44,24 +45,16 @@ TEST(Instructions, HostileFilesAreRefusedWithTheLine)
         std::string file;
         std::string why;
     } cases[] = {
-        {"| true", "line 1: no line end (the file may be truncated)"},
         {"| true\n&a@b.example", "line 2: no line end (the file may be truncated)"},
-        {"&a@b.example c@d.example\n", "line 1: a forward line that is not one plain address"},
-        {"&a@b.example,c@d.example\n", "line 1: a forward line that is not one plain address"},
-        {"& a@b.example\n", "line 1: a forward line that is not one plain address"},
-        {"&-oQ/tmp/x@b.example\n", "line 1: a forward line that is not one plain address"},
         {"&a@b@c.example\n", "line 1: a forward line that is not one plain address"},
         {"&a@b.example\r\n", "line 1: a forward line that is not one plain address"},
         {"&<a@b.example>\n", "line 1: a forward line that is not one plain address"},
         {"&ab.example\n", "line 1: a forward line that is not one plain address"},
         {"&\n", "line 1: a forward line that is not one plain address"},
         {"|  \n", "line 1: a program line without a command"},
-        {"./Maildir/\n", "line 1: neither a program nor a forward line"},
         {"info@example.com\n", "line 1: neither a program nor a forward line"},
-        {"# only a comment\n\n", "no delivery instruction"},
         {"| true\n| " + std::string(1023, 'x') + "\n", "line 2: longer than 1024 bytes"},
         {std::string("| tr\0ue\n", 8), "the file holds a NUL byte"},
-        {std::string(65537, '#'), "the file is longer than 65536 bytes"},
     };
     for (const auto& c : cases) {
         try {
