@@ -22,12 +22,9 @@ step "[3/4] the delivery agent put where Postfix will run it (a private layer ov
 say "install $build/src/delivery/mailrig-deliver $(cat "$build/mailrig-deliver.path")"
 "$top/sandbox/agent.sh" "$build" >/dev/null
 
-step "[3/4] a stock Postfix server made ready for mailrig, then started"
+step "[3/4] a stock Postfix server made ready for mailrig"
 show mailrig-setup --create-user
 show postfix check
-say /etc/init.d/postfix start
-/etc/init.d/postfix start
-trap '/usr/sbin/postfix stop >/dev/null 2>&1 || true' EXIT
 
 step "[3/4] the panel provisions a domain, a mailbox, an alias and two redirects"
 show mailrig --add-domain --domain-name=example.com
@@ -46,7 +43,10 @@ for m in info boss team; do
   cat "$ROOT/example.com/$m/.qmail"
 done
 
-step "[4/4] delivering one message to each address over SMTP"
+step "[4/4] Postfix started (after the provisioning, so it reads the tables fresh), one message to each address over SMTP"
+say /etc/init.d/postfix start
+/etc/init.d/postfix start
+trap '/usr/sbin/postfix stop >/dev/null 2>&1 || true' EXIT
 for rcpt in info sales boss team nobody; do
   printf '   %-22s -> SMTP reply: %s\n' "$rcpt@example.com" \
     "$(python3 "$top/tests/scenario/smtp_send.py" someone@remote.test "$rcpt@example.com" "demo-to-$rcpt")"
