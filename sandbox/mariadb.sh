@@ -21,7 +21,9 @@ fi
 
 base=$MAILRIG_SANDBOX_ROOT/mariadb
 data=$base/data
-pidfile=$base/server.pid
+NAME=mariadb.sh STOP_TENTHS=300
+. "$(dirname "${BASH_SOURCE[0]}")/daemon.sh"
+PIDFILE=$base/server.pid
 errlog=$base/server.err
 socket=/run/mysqld/mysqld.sock
 shadow=/etc/zvt/.zvt.shadow
@@ -30,32 +32,8 @@ client() {
   mariadb --no-defaults --protocol=socket --socket="$socket" -uroot "$@"
 }
 
-server_pid() {
-  [ -s "$pidfile" ] && cat "$pidfile"
-}
-
-stop() {
-  local pid
-  pid=$(server_pid) || return 0
-  if kill -0 "$pid" 2>/dev/null; then
-    kill -TERM "$pid" 2>/dev/null || true
-    for _ in $(seq 1 300); do
-      kill -0 "$pid" 2>/dev/null || break
-      sleep 0.1
-    done
-    if kill -0 "$pid" 2>/dev/null; then
-      echo "mariadb.sh: server $pid ignored SIGTERM, killing it" >&2
-      kill -KILL "$pid" 2>/dev/null || true
-    fi
-  fi
-  rm -f "$pidfile"
-}
-
 start() {
-  if pid=$(server_pid) && kill -0 "$pid" 2>/dev/null; then
-    echo "mariadb.sh: already running as $pid" >&2
-    return 1
-  fi
+  not_running || return 1
   # /run is the host's: the socket folder must be private to this namespace.
   mountpoint -q /run/mysqld || mount -t tmpfs -o mode=0755 mailrig-mysqld /run/mysqld
   rm -rf "$base"
@@ -73,15 +51,15 @@ start() {
     --pid-file="$base/mariadbd.pid" --log-error="$errlog" --skip-log-bin \
     --innodb-buffer-pool-size=16M --innodb-log-file-size=8M --innodb-use-native-aio=0 \
     --innodb-flush-method=fsync --skip-name-resolve </dev/null >/dev/null 2>&1 &
-  echo $! > "$pidfile"
+  echo $! > "$PIDFILE"
 
   local pid
-  pid=$(server_pid)
+  pid=$(daemon_pid)
   for _ in $(seq 1 300); do
     if ! kill -0 "$pid" 2>/dev/null; then
       echo "mariadb.sh: server exited during start:" >&2
       tail -20 "$errlog" >&2
-      rm -f "$pidfile"
+      rm -f "$PIDFILE"
       return 1
     fi
     if mariadb-admin --no-defaults --protocol=socket --socket="$socket" -uroot ping >/dev/null 2>&1; then
@@ -102,19 +80,4 @@ SQL
   client zvt < "$here/panel-schema.sql" || { stop; return 1; }
 }
 
-case "${1:-}" in
-  start) start ;;
-  stop) stop ;;
-  run)
-    shift
-    trap stop EXIT
-    start
-    status=0
-    "$@" || status=$?
-    exit "$status"
-    ;;
-  *)
-    echo "usage: mariadb.sh start | stop | run COMMAND [ARGS...]" >&2
-    exit 2
-    ;;
-esac
+daemon_main "mariadb.sh start | stop | run COMMAND [ARGS...]" "$@"

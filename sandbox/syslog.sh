@@ -17,33 +17,14 @@ if [ -z "${MAILRIG_SANDBOX_ROOT:-}" ]; then
 fi
 
 base=$MAILRIG_SANDBOX_ROOT/syslog
-pidfile=$base/rsyslogd.pid
+NAME=syslog.sh STOP_TENTHS=100
+. "$(dirname "${BASH_SOURCE[0]}")/daemon.sh"
+PIDFILE=$base/rsyslogd.pid
 conf=$base/rsyslog.conf
 log=/var/log/mail.log
 
-daemon_pid() {
-  [ -s "$pidfile" ] && cat "$pidfile"
-}
-
-stop() {
-  local pid
-  pid=$(daemon_pid) || return 0
-  if kill -0 "$pid" 2>/dev/null; then
-    kill -TERM "$pid" 2>/dev/null || true
-    for _ in $(seq 1 100); do
-      kill -0 "$pid" 2>/dev/null || break
-      sleep 0.1
-    done
-    kill -KILL "$pid" 2>/dev/null || true
-  fi
-  rm -f "$pidfile"
-}
-
 start() {
-  if pid=$(daemon_pid) && kill -0 "$pid" 2>/dev/null; then
-    echo "syslog.sh: already running as $pid" >&2
-    return 1
-  fi
+  not_running || return 1
   mkdir -p "$base/work" /var/log
   cat > "$conf" <<EOF
 global(workDirectory="$base/work")
@@ -54,14 +35,14 @@ EOF
   # -n: stays in the foreground, so its pid is ours to stop; -i keeps the pid file off the
   # host's /run.
   rsyslogd -n -f "$conf" -i "$base/rsyslogd.own.pid" </dev/null >"$base/rsyslogd.out" 2>&1 &
-  echo $! > "$pidfile"
+  echo $! > "$PIDFILE"
   local pid
   pid=$(daemon_pid)
   for _ in $(seq 1 100); do
     if ! kill -0 "$pid" 2>/dev/null; then
       echo "syslog.sh: rsyslogd exited during start:" >&2
       cat "$base/rsyslogd.out" >&2
-      rm -f "$pidfile"
+      rm -f "$PIDFILE"
       return 1
     fi
     [ -S /dev/log ] && return 0
@@ -82,19 +63,6 @@ wait_for() {
 }
 
 case "${1:-}" in
-  start) start ;;
-  stop) stop ;;
   wait) wait_for "${2:?syslog.sh wait PATTERN}" ;;
-  run)
-    shift
-    trap stop EXIT
-    start
-    status=0
-    "$@" || status=$?
-    exit "$status"
-    ;;
-  *)
-    echo "usage: syslog.sh start | stop | wait PATTERN | run COMMAND [ARGS...]" >&2
-    exit 2
-    ;;
+  *) daemon_main "syslog.sh start | stop | wait PATTERN | run COMMAND [ARGS...]" "$@" ;;
 esac

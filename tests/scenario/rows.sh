@@ -143,6 +143,7 @@ store_files() {
 store_sums() {
   local store file
   local -a files=()
+  # comm needs the absent files' lines sorted in with the others.
   {
     while read -r store file; do
       if [ -f "$file" ]; then files+=("$file"); else echo "$store $file not a file"; fi

@@ -91,6 +91,12 @@ std::pair<ModuleInfo, std::string> ModuleManager::getModule(const std::string& n
     return master_->getModule(name, type);
 }
 
+std::vector<ModuleInfo> ModuleManager::modules() const
+{
+    checkLoaded();
+    return master_->modules();
+}
+
 void ModuleManager::addModule(const ModuleInfo& info, bool enabled)
 {
     checkLoaded();

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <boost/logic/tribool.hpp>
 
@@ -38,6 +39,8 @@ public:
     // The entry and its line text; std::out_of_range "no such module <name>" when not found.
     std::pair<ModuleInfo, std::string> getModule(const std::string& name, ModuleType type,
                                                  boost::tribool enabled) const;
+    // Every entry of master.cf, in key order (name, then type).
+    std::vector<ModuleInfo> modules() const;
     // Writes the entry as a new line into one file and drops a same-key entry from the other.
     void addModule(const ModuleInfo& info, bool enabled);
     // Drops the entry from both files.

@@ -6,6 +6,8 @@
 
 #include <stdexcept>
 
+#include <boost/algorithm/string/case_conv.hpp>
+
 #include "model/names/name_checks.h"
 
 namespace quelt::names {
@@ -29,6 +31,22 @@ void checkAddress(const std::string& address)
     unsigned char bytes[16] = {};
     if (familyOf(address, bytes) == 0)
         throw std::invalid_argument("invalid IP address '" + printable(address) + "'");
+}
+
+std::string checkedIPv4(const std::string& address)
+{
+    unsigned char bytes[4];
+    if (address.find('\0') != std::string::npos || ::inet_pton(AF_INET, address.c_str(), bytes) != 1)
+        throw std::invalid_argument("invalid IPv4 address '" + printable(address) + "'");
+    return address;
+}
+
+std::string checkedIPv6(const std::string& address)
+{
+    unsigned char bytes[16];
+    if (address.find('\0') != std::string::npos || ::inet_pton(AF_INET6, address.c_str(), bytes) != 1)
+        throw std::invalid_argument("invalid IPv6 address '" + printable(address) + "'");
+    return boost::algorithm::to_lower_copy(address);
 }
 
 void checkNetwork(const std::string& address, std::uint16_t prefix)

@@ -15,4 +15,12 @@ void checkNetwork(const std::string& address, std::uint16_t prefix);
 // Accepts an IPv4 or IPv6 address; throws std::invalid_argument "invalid IP address '<text>'".
 void checkAddress(const std::string& address);
 
+// An IPv4 address in dotted-quad form, returned unchanged; throws std::invalid_argument
+// "invalid IPv4 address '<text>'" for anything else (a leading zero, a short form, blanks).
+std::string checkedIPv4(const std::string& address);
+
+// An IPv6 address without zone or prefix, folded to lower case; throws std::invalid_argument
+// "invalid IPv6 address '<text>'".
+std::string checkedIPv6(const std::string& address);
+
 }  // namespace quelt::names
