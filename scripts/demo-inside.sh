@@ -1,40 +1,69 @@
 #!/usr/bin/env bash
-# The provisioning transcript of scripts/demo.sh; runs inside the sandbox beside its MariaDB.
+# The transcript of scripts/demo.sh inside the sandbox, beside its MariaDB, in a network
+# namespace of its own: install, prepare Postfix, provision, deliver, show where mail landed.
 set -euo pipefail
-build=$1
+top=$1 build=$2
+ROOT=/var/qmail/mailnames
 export PATH=$build/src/front/dispatch:$build/src/front/setup:$PATH
-Q=/var/spool/postfix/quelt
 
 say() { printf '\n$ %s\n' "$*"; }
 show() { say "$@"; "$@"; }
-tables() {
-  for t in virtual_domains virtual; do
-    say postmap -s "hash:$Q/$t"
-    postmap -s "hash:$Q/$t" | sort
-  done
-}
+step() { printf '\n== %s\n' "$*"; }
 
+ip link set lo up
 # The panel's configuration file names the mail root; the panel's database knows the domain.
-printf 'QUELT_MAILNAMES_D /var/qmail/mailnames\n' > /etc/zvt/zvt.conf
+printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
 mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt \
   -e "INSERT INTO domains (name) VALUES ('example.com')"
 userdel popuser 2>/dev/null || true
+newaliases
 
-echo "== a stock Postfix server (the sandbox's copy of it) made ready for mailrig"
+step "[3/4] the delivery agent put where Postfix will run it (a private layer over /usr/lib)"
+say "install $build/src/delivery/mailrig-deliver $(cat "$build/mailrig-deliver.path")"
+"$top/sandbox/agent.sh" "$build" >/dev/null
+
+step "[3/4] a stock Postfix server made ready for mailrig"
 show mailrig-setup --create-user
-echo
-echo "== the panel adds a domain, switches it off and on again"
-show mailrig --add-domain --domain-name=example.com
-tables
-show mailrig --turn-off-domain --domain-name=example.com
-tables
-show mailrig --turn-on-domain --domain-name=example.com
-tables
-echo
-echo "== what Postfix now reads"
-show postconf -n
-say postmap -q postmaster@example.com "hash:$Q/virtual"
-postmap -q postmaster@example.com "hash:$Q/virtual"
 show postfix check
+
+step "[3/4] the panel provisions a domain, a mailbox, an alias and two redirects"
+show mailrig --add-domain --domain-name=example.com
+for m in info boss team; do
+  show mailrig --add-mailname --domain-name=example.com --mailname=$m
+done
+for m in info boss; do
+  say "ZVT_PASSWORD=... mailrig --add-mailbox --domain-name=example.com --mailname=$m"
+  ZVT_PASSWORD=secret-$m mailrig --add-mailbox --domain-name=example.com --mailname=$m
+done
+show mailrig --add-alias --domain-name=example.com --mailname=info --alias=sales
+show mailrig --add-redirect --domain-name=example.com --mailname=boss --redirect-email=info@example.com
+show mailrig --add-redirect --domain-name=example.com --mailname=team --redirect-email=info@example.com
+for m in info boss team; do
+  say cat "$ROOT/example.com/$m/.qmail"
+  cat "$ROOT/example.com/$m/.qmail"
+done
+
+step "[4/4] Postfix started (after the provisioning, so it reads the tables fresh), one message to each address over SMTP"
+say /etc/init.d/postfix start
+/etc/init.d/postfix start
+trap '/usr/sbin/postfix stop >/dev/null 2>&1 || true' EXIT
+for rcpt in info sales boss team nobody; do
+  printf '   %-22s -> SMTP reply: %s\n' "$rcpt@example.com" \
+    "$(python3 "$top/tests/scenario/smtp_send.py" someone@remote.test "$rcpt@example.com" "demo-to-$rcpt")"
+done
+printf '   waiting for the queue to drain'
+for _ in $(seq 300); do
+  [ -z "$(postqueue -j)" ] && break
+  printf .; sleep 0.1
+done
 echo
-echo "done: mailrig provisioned example.com; nothing outside the sandbox was changed"
+show postqueue -p
+
+step "[4/4] where each message landed (each file under $ROOT holding its subject)"
+for rcpt in info sales boss team nobody; do
+  files=$(grep -rl "^Subject: demo-to-$rcpt\$" "$ROOT" | sed "s|^$ROOT/||" || true)
+  printf '   to %s:\n' "$rcpt@example.com"
+  printf '      %s\n' ${files:-"(nowhere: refused at SMTP time)"}
+done
+echo
+echo "done: mail delivered through mailrig's tables and .qmail files; nothing outside the sandbox was changed"

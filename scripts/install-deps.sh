@@ -16,6 +16,8 @@ test_pkgs=(
   postfix postfix-pcre mariadb-server mariadb-client sqlite3 maildrop
   util-linux procps openssl cron iproute2 courier-imap courier-pop
   rsyslog man-db
+  # SMTP clients of the delivery scenarios and the demo
+  python3
   # the master.cf parser's fuzz target: clang with libFuzzer's runtime
   clang libclang-rt-dev
 )
@@ -30,8 +32,10 @@ for p in "${build_pkgs[@]}" "${test_pkgs[@]}" "${check_pkgs[@]}"; do
 done
 
 if [ ${#missing[@]} -eq 0 ]; then
+  echo "install-deps: all $(( ${#build_pkgs[@]} + ${#test_pkgs[@]} )) packages are installed"
   exit 0
 fi
+echo "install-deps: installing ${#missing[@]} packages: ${missing[*]}"
 
 SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
@@ -40,6 +44,7 @@ SUDO=""
 echo "postfix postfix/main_mailer_type select No configuration" | $SUDO debconf-set-selections
 echo "postfix postfix/mailname string localhost" | $SUDO debconf-set-selections
 
+echo "install-deps: reading the package lists (apt-get update)"
 $SUDO apt-get update -q
 # Keep package scripts from starting daemons on the host: the tests start their own,
 # privately, and nothing may be left running.
@@ -50,5 +55,7 @@ if [ ! -e "$policy" ]; then
   $SUDO chmod 755 "$policy"
   created_policy=1
 fi
+# apt-get's own lines (Get:, Unpacking, Setting up) show how far it is.
 $SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
+echo "install-deps: done"
 if [ "$created_policy" -eq 1 ]; then $SUDO rm -f "$policy"; fi

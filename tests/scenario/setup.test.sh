@@ -1,6 +1,9 @@
 # mailrig-setup as rows: what it creates on a bare Postfix server, each main.cf item, that the
 # admin's own list items survive, that a prepared server is left alone byte for byte.
+# The delivery agent where the transport names it; a row below takes it away.
+AGENT=$("$MAILRIG_SANDBOX_DIR/agent.sh" "$MAILRIG_BUILD")
 . "$MAILRIG_TESTS/scenario/rows.sh"
+TRANSPORT="mailrig unix - n n - - pipe flags=DRX user=popuser null_sender= argv=$AGENT \${sender} \${recipient}"
 
 report() { local text; text=$(printf '%s\\n' "$@"); printf '%s' "${text%\\n}"; }
 uid=$(id -u popuser) gid=$(id -g popuser)
@@ -22,6 +25,9 @@ maincf -mydestination = localhost
 maincf +mydestination = localhost, localhost.localdomain
 maincf -smtpd_sender_restrictions = reject_non_fqdn_sender
 maincf +smtpd_sender_restrictions = reject_non_fqdn_sender, check_sender_access hash:$Q/blacklists
+maincf +virtual_transport = mailrig
+maincf +mailrig_destination_recipient_limit = 1
+mastercf +$TRANSPORT
 tree -<absent>
 tree +./ popuser:popuser 755
 passwd -<absent>
@@ -32,6 +38,7 @@ stdout = $(report "created $ROOT" "created /var/lib/quelt/mail/handlers" \
   "${TABLES[@]/#/created the empty table hash:$Q/}" \
   "created the password database $Q/passwd.db and its key" \
   "created the mail-handlers database $HANDLERS_DB" \
+  "master.cf: set the delivery transport $TRANSPORT" \
   "main.cf: set virtual_mailbox_domains = hash:$Q/virtual_domains" \
   "main.cf: set virtual_mailbox_maps = hash:$Q/vmailbox" \
   "main.cf: set virtual_alias_maps = hash:$Q/virtual" \
@@ -41,6 +48,7 @@ stdout = $(report "created $ROOT" "created /var/lib/quelt/mail/handlers" \
   "main.cf: added hash:$Q/aliases to alias_maps" \
   "main.cf: added localhost.localdomain to mydestination" \
   "main.cf: added check_sender_access hash:$Q/blacklists to smtpd_sender_restrictions" \
+  "main.cf: set virtual_transport = mailrig" "main.cf: set mailrig_destination_recipient_limit = 1" \
   "mailrig-setup: the server is ready")"
 save_state ready
 checks=$((checks + 1))
@@ -58,6 +66,21 @@ MAILRIG=$SETUP row ready+halfway 0 "maincf -virtual_mailbox_base = /elsewhere
 maincf +virtual_mailbox_base = $ROOT
 vmailbox -<absent>
 stdout = created the empty table hash:$Q/vmailbox\nmain.cf: set virtual_mailbox_base = $ROOT\nmailrig-setup: the server is ready"
+
+# A transport entry the admin changed is put back in its place; without the agent installed the
+# setup says so and changes nothing for it.
+fixture transport_changed "sed -i 's|^mailrig unix.*|mailrig unix - n n - - pipe user=nobody argv=/bin/true|' /etc/postfix/master.cf"
+MAILRIG=$SETUP row ready+transport_changed 0 "mastercf -mailrig unix - n n - - pipe user=nobody argv=/bin/true
+mastercf +$TRANSPORT
+stdout = master.cf: set the delivery transport $TRANSPORT\nmailrig-setup: the server is ready"
+checks=$((checks + 1))
+[ "$(grep -n '^mailrig ' /etc/postfix/master.cf | cut -d: -f1)" = \
+  "$(grep -n '^mailrig ' "$STATE/ready+transport_changed/root/etc/postfix/master.cf" | cut -d: -f1)" ] ||
+  fail "the transport entry moved"
+mv "$AGENT" "$AGENT.away"
+MAILRIG=$SETUP row ready 0 "stdout = warning: the delivery agent $AGENT is not installed; Postfix keeps mailbox mail queued until it is\nmailrig-setup: nothing to change, the server is ready
+stderr ="
+mv "$AGENT.away" "$AGENT"
 
 # A main.cf change waits for main.cf's lock.
 use_fixture ready+halfway

@@ -18,6 +18,7 @@
 #include "auth/passwd_db.h"
 #include "auth/passwd_location.h"
 #include "config/maincf/main_cf_manager.h"
+#include "front/setup/delivery_transport.h"
 #include "handlers/mail_handlers.h"
 #include "runtime/lock_file.h"
 #include "runtime/zvt_conf.h"
@@ -149,6 +150,8 @@ std::vector<Setting> requiredSettings(const std::string& mailRoot, const MailUse
     settings.push_back({"alias_maps", tables::kAliases, true});
     settings.push_back({"mydestination", "localhost.localdomain", true});
     settings.push_back({"smtpd_sender_restrictions", std::string("check_sender_access ") + tables::kBlacklists, true});
+    for (const auto& [name, value] : deliveryMainCfSettings())
+        settings.push_back({name, value, false});
     return settings;
 }
 
@@ -212,6 +215,8 @@ int prepareServer(const SetupOptions& options, std::ostream& out)
     ensureTables(out, changes);
     ensurePasswordDb(options, out, changes);
     ensureHandlersDb(out, changes);
+    // The transport first: main.cf then names a service that exists.
+    ensureDeliveryTransport(out, changes);
     ensureMainCf(mailRoot, user, out, changes);
     return changes;
 }
