@@ -26,16 +26,21 @@ deadline=$(( $(date +%s) + 60 ))
 
 # One line per command that reported success: "<what> <domain> <name>".
 ok() { local what=$1 d=$2 name=$3; shift 3; "$MAILRIG" "$@" >/dev/null 2>&1 && echo "$what $d $name" >> "$LOG"; }
-# Worker i on a.test (odd) or b.test (even): mailname m<i>-<n> with alias a<i>-<n>; every second
+# Worker i on a.test (odd) or b.test (even): mailname m<i>-<n> with alias a<i>-<n>; every fourth
+# mailname is renamed to r<i>-<n> (a rewrite of whole tables), and of the others every second
 # pair is removed again, alias first, after the next one was added.
 worker() {
-  local i=$1 d n
+  local i=$1 d n p
   d=$([ $((i % 2)) -eq 1 ] && echo a.test || echo b.test)
   for ((n = 1; n <= 12 && $(date +%s) < deadline; n++)); do
     ok mailname+ $d m$i-$n --add-mailname --domain-name=$d --mailname=m$i-$n
     ok alias+ $d a$i-$n@m$i-$n --add-alias --domain-name=$d --mailname=m$i-$n --alias=a$i-$n
-    if [ $((n % 2)) -eq 0 ]; then
-      local p=$((n - 1))
+    if [ $((n % 4)) -eq 1 ] &&
+       "$MAILRIG" --rename-mailname --domain-name=$d --old-mailname=m$i-$n --new-mailname=r$i-$n >/dev/null 2>&1; then
+      printf 'mailname- %s m%s\nmailname+ %s r%s\n' $d $i-$n $d $i-$n >> "$LOG"
+    fi
+    p=$((n - 1))
+    if [ $((n % 2)) -eq 0 ] && [ $((p % 4)) -ne 1 ]; then
       ok alias- $d a$i-$p@m$i-$p --remove-alias --domain-name=$d --mailname=m$i-$p --alias=a$i-$p
       ok mailname- $d m$i-$p --remove-mailname --domain-name=$d --mailname=m$i-$p
     fi
@@ -63,7 +68,7 @@ done < "$LOG"
 for k in "${!want[@]}"; do
   d=${k%%/*} name=${k#*/}
   case $name in
-    m*) have=$([ -d "$ROOT/$d/$name" ] && echo yes || echo no) ;;
+    [mr]*) have=$([ -d "$ROOT/$d/$name" ] && echo yes || echo no) ;;
     a*) have=$(key "$name@$d" virtual) ;;
   esac
   [ "$have" = "${want[$k]}" ] || { lost=$((lost + 1)); echo "$k: wanted ${want[$k]}, found $have" >&2; }
