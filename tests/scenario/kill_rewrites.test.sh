@@ -1,5 +1,5 @@
-# kill -9 of the whole process group at random moments of the other whole-table rewrites (a
-# mailname renamed or removed, an alias or a redirect removed, a domain turned off or on) on a
+# kill -9 of the whole process group at random moments of a mailname rename (a rewrite of the
+# whole vmailbox and virtual tables) and of the removals and domain switches beside it, on a
 # 50,000-record virtual table: every table afterwards holds exactly the records it held before or
 # the ones the uninterrupted command leaves, and the next command works.
 . "$MAILRIG_TESTS/scenario/rows.sh"
