@@ -1,36 +1,61 @@
 #!/usr/bin/env bash
-# Builds the master.cf parser's fuzz target with clang and runs it.
+# Builds the fuzz targets with clang and runs one of them.
 #
-#   tests/fuzz/run.sh SECONDS [BUILD_DIR]
+#   tests/fuzz/run.sh SECONDS [BUILD_DIR] [TARGET]
 #
-# BUILD_DIR (default build/fuzz) keeps the build and the corpus the fuzzer grows, so a longer
-# run continues where the last one stopped. Seeds: Debian's master.cf from the sandbox and
-# hand-edited variants. A crash or a failed round trip leaves its input in BUILD_DIR and exits
-# non-zero; the last lines of the fuzzer's report say how many runs it made and what it covered.
+# TARGET: master_cf (default), zvt_conf, maildirsize, record_filters or option_values.
+# SECONDS 0 only builds. BUILD_DIR (default build/fuzz) keeps the build and the corpus each
+# fuzzer grows (corpus-TARGET), so a longer run continues where the last one stopped. A crash or
+# a failed property leaves its input in BUILD_DIR and exits non-zero; the last lines of the
+# fuzzer's report say how many runs it made and what it covered.
 set -euo pipefail
 
-seconds=${1:?usage: run.sh SECONDS [BUILD_DIR]}
+seconds=${1:?usage: run.sh SECONDS [BUILD_DIR] [TARGET]}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 top=$(cd "$here/../.." && pwd)
 build=${2:-$top/build/fuzz}
+target=${3:-master_cf}
 
 command -v clang++ >/dev/null || { echo "run.sh: clang++ is not installed" >&2; exit 2; }
 mkdir -p "$build"
 if [ ! -f "$build/CMakeCache.txt" ]; then
   CC=clang CXX=clang++ cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-cmake --build "$build" -j2 >/dev/null
+if [ "$seconds" = 0 ]; then
+  cmake --build "$build" -j2 >/dev/null
+  exit 0
+fi
+cmake --build "$build" -j2 --target "${target}_fuzz" >/dev/null
 
-corpus=$build/corpus
-seeds=$build/seeds
+corpus=$build/corpus-$target
+seeds=$build/seeds-$target
+[ "$target" != master_cf ] || { [ ! -d "$build/corpus" ] || corpus=$build/corpus; }
 mkdir -p "$corpus" "$seeds"
-cp "$top/sandbox/postfix/master.cf" "$seeds/debian"
-printf 'relay unix - - y - - smtp\n# why\n\n  -o syslog_name=relay\n\t-o a=b\n' > "$seeds/continued"
-printf 'smtp\tinet\tn\t-\ty\t-\t-\tsmtpd   \r\n   \n#c\npickup unix n - y 60? 1 pickup' > "$seeds/blanks"
-printf 'postlog unix-dgram n - n - 1 postlogd\nsmtpd pass - - y - - smtpd\n' > "$seeds/types"
+options=()
+case $target in
+  master_cf)
+    cp "$top/sandbox/postfix/master.cf" "$seeds/debian"
+    printf 'relay unix - - y - - smtp\n# why\n\n  -o syslog_name=relay\n\t-o a=b\n' > "$seeds/continued"
+    printf 'smtp\tinet\tn\t-\ty\t-\t-\tsmtpd   \r\n   \n#c\npickup unix n - y 60? 1 pickup' > "$seeds/blanks"
+    printf 'postlog unix-dgram n - n - 1 postlogd\nsmtpd pass - - y - - smtpd\n' > "$seeds/types"
+    options=(-dict="$here/master_cf.dict") ;;
+  zvt_conf)
+    printf '# panel\nQUELT_MAILNAMES_D /var/qmail/mailnames\n\tPRODUCT_ROOT_D\t/usr/local/zvt # root\nbad\nNAME #\n' > "$seeds/conf" ;;
+  maildirsize)
+    printf '1048576S,100C\n        4096           2\n       -1024          -1\n' > "$seeds/quota"
+    printf '0S\n  0 0\n' > "$seeds/bytes-only"
+    printf '1623443.M1P2.host,S=2048:2,S' > "$seeds/name" ;;
+  record_filters)
+    printf '\005example.com\nexample.org\ninfo@example.com\tinfo@example.com, a@sub.example.com\nexample.com\tOK\nx@y.test example.com/info/\n' > "$seeds/dump" ;;
+  option_values)
+    for s in 24 +128 ' 7 ' compound both smtp all info@example.com xn--bcher-kva.example Info.Box "o'neil"; do
+      printf '%s' "$s" > "$seeds/$(printf '%s' "$s" | sha1sum | cut -c1-8)"
+    done ;;
+  *) echo "run.sh: unknown target $target" >&2; exit 2 ;;
+esac
 
 cd "$build"
-"$build/master_cf_fuzz" -max_total_time="$seconds" -max_len=4096 -timeout=10 \
-  -dict="$here/master_cf.dict" -print_final_stats=1 "$corpus" "$seeds" 2>&1 |
-  grep -E '^(#[0-9]+ +DONE|INFO: -max_total_time|stat::|==[0-9]+==|SUMMARY|master.cf fuzz|Done )' || true
+"$build/${target}_fuzz" -max_total_time="$seconds" -max_len=4096 -timeout=10 "${options[@]}" \
+  -print_final_stats=1 "$corpus" "$seeds" 2>&1 |
+  grep -E '^(#[0-9]+ +DONE|INFO: -max_total_time|stat::|==[0-9]+==|SUMMARY|.* fuzz: |Done )' || true
 exit "${PIPESTATUS[0]}"

@@ -2,7 +2,6 @@
 #include "front/commands/service_commands.h"
 
 #include <iostream>
-#include <map>
 
 #include "auth/mysql_connection.h"
 #include "config/master/module_manager.h"
@@ -18,14 +17,6 @@ namespace {
 using Components = SelectedMailComponents;
 
 constexpr const char* kCourier = "courier-imap";
-
-const std::map<std::string, unsigned> kComponentBits = {
-    {"mta", Components::mta},       {"smtp", Components::smtp},
-    {"smtps", Components::smtps},   {"submission", Components::submission},
-    {"pop3", Components::pop3},     {"imap", Components::imap},
-    {"pop3s", Components::pop3s},   {"imaps", Components::imaps},
-    {"milter", Components::milter}, {"all", Components::all},
-};
 
 unsigned parseComponents(const char* description, const char* command, int argc, char* argv[])
 {
@@ -146,20 +137,6 @@ void printStatus(const char* component, int code)
 }
 
 }  // namespace
-
-void validate(boost::any& value, const std::vector<std::string>& values, SelectedMailComponents*, int)
-{
-    Components selected;
-    if (!value.empty())
-        selected = boost::any_cast<Components>(value);
-    for (const std::string& name : values) {
-        const auto it = kComponentBits.find(name);
-        if (it == kComponentBits.end())
-            throw po::invalid_option_value("unknown component " + name);
-        selected.bits |= it->second;
-    }
-    value = selected;
-}
 
 int startService(int argc, char* argv[])
 {

@@ -2,35 +2,10 @@
 // commands that remain as aliases of fixed actions.
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include <boost/any.hpp>
+#include "front/commands/option_values.h"
 
 namespace quelt::mail::postfix::mailrig_commands {
 
-// The components named by --mail-component options, as bits; repeated options add up.
-struct SelectedMailComponents {
-    enum : unsigned {
-        mta = 1,
-        smtp = 2,
-        smtps = 4,
-        submission = 8,
-        pop3 = 16,
-        imap = 32,
-        pop3s = 64,
-        imaps = 128,
-        milter = 256,
-        all = 65535,
-        courier = pop3 | imap | pop3s | imaps,  // all one service, courier-imap
-        listeners = smtp | smtps | submission,  // master.cf entries
-    };
-    unsigned bits = 0;
-};
-
-// The option library's hook: adds the bits of each value; an unknown one throws
-// invalid_option_value("unknown component <value>").
-void validate(boost::any& value, const std::vector<std::string>& values, SelectedMailComponents*, int);
 
 int startService(int argc, char* argv[]);
 int stopService(int argc, char* argv[]);

@@ -17,7 +17,6 @@
 #include "front/options/program_options_helper.h"
 #include "model/names/name_checks.h"
 #include "model/names/network_check.h"
-#include "runtime/ascii_numeric.h"
 #include "runtime/errors.h"
 #include "runtime/proc_info.h"
 #include "services/manager/service_manager.h"
@@ -27,7 +26,6 @@ namespace quelt::mail::postfix::mailrig_commands {
 
 namespace {
 
-constexpr std::uint16_t kMaxPrefix = 128;
 constexpr const char* kShortNamesUnsupported = "short account-format is not supported for Postfix";
 
 // The value of an option that must be read as is, on one line, by another program.
@@ -61,28 +59,6 @@ bool senderDependentTransports()
 }
 
 }  // namespace
-
-void validate(boost::any& out, const std::vector<std::string>& values, IPMask*, int)
-{
-    po::validators::check_first_occurrence(out);
-    const std::string& text = po::validators::get_single_string(values);
-    IPMask mask;
-    if (!Util::ASCIIToNumeric(text, mask.value) || mask.value > kMaxPrefix)
-        throw po::invalid_option_value(text);
-    out = mask;
-}
-
-void validate(boost::any& out, const std::vector<std::string>& values, ShortnameFormat*, int)
-{
-    po::validators::check_first_occurrence(out);
-    const std::string& text = po::validators::get_single_string(values);
-    if (text == "compound")
-        out = ShortnameFormat::Compound;
-    else if (text == "both")
-        out = ShortnameFormat::Both;
-    else
-        throw po::invalid_option_value(text);
-}
 
 int setMailParams(int argc, char* argv[])
 {

@@ -1,23 +1,10 @@
 // The server-wide mail settings commands and the feature report.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
-#include <boost/any.hpp>
+#include "front/commands/option_values.h"
 
 namespace quelt::mail::postfix::mailrig_commands {
 
-// A network prefix length option: a decimal number not above 128.
-struct IPMask {
-    std::uint16_t value = 0;
-};
-void validate(boost::any& out, const std::vector<std::string>& values, IPMask*, int);
-
-// The POP3/IMAP account format option: "compound" or "both".
-enum class ShortnameFormat { Compound = 0, Both = 1 };
-void validate(boost::any& out, const std::vector<std::string>& values, ShortnameFormat*, int);
 
 int setMailParams(int argc, char* argv[]);
 int setMaxLetterSize(int argc, char* argv[]);
