@@ -80,6 +80,24 @@ protected:
     std::string dir_;
 };
 
+TEST_F(HandlersDb, GlobalHandlerAddresses)
+{
+    const std::vector<std::pair<std::optional<std::string>, std::string>> cases = {
+        {std::nullopt, "all"}, {"", "all"}, {"all", "all"}, {"all-recipients", "all-recipients"}};
+    for (const auto& [given, stored] : cases) {  // the repeats of "all" keep one row
+        mh_data record = handler("g", given, MH_TYPE_GLOBAL, MH_QUEUE_BEFORE_QUEUE);
+        ASSERT_EQ(mh_db_add(nullptr, record), 0) << given.value_or("<absent>");
+        EXPECT_EQ(rows("address='" + stored + "'"), (Rows{"1/4/1/10 g " + stored + " /usr/bin/g none"}))
+            << given.value_or("<absent>");
+    }
+    mh_data bad = handler("g", std::string("user@example.com"), MH_TYPE_GLOBAL, MH_QUEUE_BEFORE_QUEUE);
+    g_logged.clear();
+    EXPECT_EQ(mh_db_add(nullptr, bad), -1);
+    EXPECT_EQ(g_logged, (Log{{LOG_ERR, "Incorrect recipient address for global handler, expected "
+                                       "[NULL|EMPTY_STRING|all|all-recipients]"}}));
+    EXPECT_EQ(rows().size(), 2u);
+}
+
 TEST_F(HandlersDb, DomainMatchingIgnoresLookalikes)
 {
     addAt("h", {"a@ex.com", "b@ex.com", "a@sub.ex.com", "a@ex.com.au", "ex.com@other.org", "a@myex.com"});

@@ -1,6 +1,6 @@
-// Mailbox quotas by name beside the sandbox's MariaDB server: the panel's domain limits (also
-// through a webspace), defaults that spare mailboxes with a quota of their own, and the
-// manager's errors. The commands' rows cover the attachments' charge and the mailbox size.
+// Mailbox quotas by name beside the sandbox's MariaDB server: attachments against the quota,
+// the panel's domain limits (also through a webspace), defaults that spare mailboxes with a
+// quota of their own, and the manager's errors. The mailbox size is a row of the commands.
 #include "auth/panel_db.h"
 #include "storage/fs_error.h"
 #include "storage/maildirpp.h"
@@ -55,6 +55,28 @@ protected:
 
     MysqlHandle panel_;
 };
+
+TEST_F(MboxQuotaTest, StoreChargesAttachmentsConvertsTheDomainAndReportsAMissingMailbox)
+{
+    ASSERT_EQ(store_mbox_quota("b\xc3\xbc" "cher.test", "info", 0), 1);
+    EXPECT_EQ(maildirsizeOf("xn--bcher-kva.test", "info"), "1S,0C\n" + kEmptyUsage);
+
+    const std::string attachments = kRoot + "/main.test/info/@attachments";
+    fs::create_directory(attachments);
+    const long long own = lstatOf(attachments).st_size;
+    ASSERT_EQ(store_mbox_quota("main.test", "info", -1), 1);
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "0S,0C\n" + kEmptyUsage);
+    ASSERT_EQ(store_mbox_quota("main.test", "info", 10000), 1);
+    EXPECT_EQ(maildirsizeOf("main.test", "info"),
+              std::to_string(10000 - own) + "S,0C\n" + kEmptyUsage);
+
+    EXPECT_EQ(stderrOf([&] { ASSERT_EQ(store_mbox_quota("main.test", "info", own - 1), 1); }),
+              "WARNING: @attachments directory is big enough to disable delivery!\n");
+    EXPECT_EQ(maildirsizeOf("main.test", "info"), "1S,0C\n" + kEmptyUsage);
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(store_mbox_quota("main.test", "nobody", 10), 0); }),
+              "unable to change to mbox folder " + kRoot + "/main.test/nobody: No such file or directory\n"
+              "System error 2: No such file or directory\n");
+}
 
 TEST_F(MboxQuotaTest, RemovalFallsBackToTheDomainsLimit)
 {
