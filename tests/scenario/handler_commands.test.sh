@@ -1,5 +1,6 @@
 # The handler commands against the real handlers database: the rows each command adds, removes
 # or switches, the mandatory address, and free text that reaches the database only as data.
+ROWS_NO_PANEL=1  # no command here reads the panel database
 . "$MAILRIG_TESTS/scenario/rows.sh"
 
 H='--handler-name=spam --handler-type=recipient'

@@ -51,35 +51,6 @@ protected:
     MysqlHandle panel_;
 };
 
-TEST_F(PanelTest, LookupsReturnRowsOrNoList)
-{
-    StringList list;
-    ASSERT_EQ(get_domaliases_by_domain(panel_.get(), list, "main.test"), 0);
-    EXPECT_EQ(sorted(list), (std::vector<std::string>{"alias1.test", "alias2.test"}));
-    ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "plain.test"), 0);
-    EXPECT_FALSE(list) << "no rows must give no list, not an empty one";
-
-    ASSERT_EQ(get_mailnames_by_domain(nullptr, list, "main.test"), 0);
-    EXPECT_EQ(sorted(list), (std::vector<std::string>{"info", "sales"}));
-    ASSERT_EQ(get_aliases_by_mailname(nullptr, list, "sales", "main.test"), 0);
-    EXPECT_EQ(sorted(list), (std::vector<std::string>{"shop", "store"}));
-    ASSERT_EQ(get_aliases_by_mailname(nullptr, list, "sales", "plain.test"), 0);
-    EXPECT_FALSE(list);
-
-    std::optional<std::string> domain;
-    ASSERT_EQ(get_domain_by_domainalias(nullptr, domain, "alias2.test"), 0);
-    EXPECT_EQ(domain, std::optional<std::string>("main.test"));
-    domain = "untouched";
-    ASSERT_EQ(get_domain_by_domainalias(nullptr, domain, "unknown.test"), 0);
-    EXPECT_EQ(domain, std::optional<std::string>("untouched"));
-
-    std::vector<std::string> names{"main.test"};
-    quelt::mail::append_domainaliases_by_domain(names, "main.test");
-    quelt::mail::append_domainaliases_by_domain(names, "plain.test");
-    ASSERT_EQ(names.size(), 3u);
-    EXPECT_EQ(names[0], "main.test");
-}
-
 TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
 {
     EXPECT_EQ(mysql_real_escape_entity(panel_.get(), "a'b\\c\"d"), "a\\'b\\\\c\\\"d");
@@ -96,16 +67,6 @@ TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
         ASSERT_EQ(get_aliases_by_mailname(nullptr, list, attack, attack), 0) << attack;
         EXPECT_FALSE(list) << attack;
     }
-}
-
-TEST_F(PanelTest, ExecQueryWithoutResultSetGivesNoList)
-{
-    StringList list = std::vector<std::string>{"stale"};
-    EXPECT_EQ(exec_mysql_query(panel_.get(), "UPDATE misc SET val = val WHERE param = 'none'", list), 0);
-    EXPECT_FALSE(list);
-
-    EXPECT_EQ(stderrOf([&] { EXPECT_EQ(exec_mysql_query(panel_.get(), "SELECT nonsense FROM nowhere", list), -1); }),
-              "Failed to exec query, Error: Table 'zvt.nowhere' doesn't exist\n");
 }
 
 TEST_F(PanelTest, ConnectionReadsTheFirstLineOfThePasswordFile)
@@ -167,50 +128,6 @@ TEST_F(PanelTest, ConnectionStreamEscapesValuesAndRejectsDuplicateFields)
     connection << "SELECT 1 AS a, 2 AS a";
     result = connection << Query::fetch;
     EXPECT_EQ(thrownWhat<quelt::mysql::mError>([&] { result.fetch(row); }), "duplicated field a in query");
-}
-
-TEST_F(PanelTest, DomainLimit)
-{
-    EXPECT_EQ(get_dom_Limit("1", "mbox_quota", nullptr), std::optional<std::string>("1048576"));
-    EXPECT_EQ(get_dom_Limit("2", "mbox_quota", panel_.get()), std::optional<std::string>(""));
-    sql("RENAME TABLE Limits TO Limits_away");
-    const std::string err = stderrOf([&] { EXPECT_FALSE(get_dom_Limit("1", "mbox_quota", panel_.get())); });
-    sql("RENAME TABLE Limits_away TO Limits");
-    // messlog2 may add the client's left-over errno on a line of its own.
-    EXPECT_EQ(err.rfind("Unable to query domain limit mbox_quota: Table 'zvt.Limits' doesn't exist\n", 0), 0u) << err;
-}
-
-TEST_F(PanelTest, PasswordsSpreadOverDomainAliases)
-{
-    EXPECT_EQ(set_passwd_for_domains("solo", "plain.test", std::string("pw"), 0), 0);
-    EXPECT_EQ(set_passwd_for_domains("info", "main.test", std::string("pw"), 0), 1);
-    EXPECT_EQ(users(), (std::vector<std::string>{"info@alias1.test|0|0", "info@alias2.test|0|0",
-                                                 "info@main.test|0|0", "solo@plain.test|0|0"}));
-    EXPECT_EQ(decrypt(column("u.userPassword", "info", "alias2.test")), "pw");
-
-    EXPECT_EQ(rm_mname_from_domains("solo", "plain.test"), 0);
-    EXPECT_EQ(rm_mname_from_domains("info", "main.test"), 1);
-    EXPECT_TRUE(users().empty());
-
-    EXPECT_EQ(domain_auth_action("plain.test", mailAuthDisableDomain, "disable auth records"), 0);
-    ASSERT_EQ(set_passwd_for_domains("info", "main.test", std::string("{X}h"), kMailAuthHashed), 1);
-    EXPECT_EQ(domain_auth_action("main.test", mailAuthDisableDomain, "disable auth records"), 1);
-    EXPECT_EQ(users(), (std::vector<std::string>{"info@alias1.test|0|1", "info@alias2.test|0|1",
-                                                 "info@main.test|0|1"}));
-    EXPECT_EQ(domain_auth_action("main.test", mailAuthRemoveDomain, "remove auth record"), 1);
-    EXPECT_TRUE(users().empty());
-}
-
-TEST_F(PanelTest, PasswordsSpreadOverMailAliases)
-{
-    EXPECT_EQ(set_mass_postbox_passwd("info", "main.test", std::string("pw"), 0), 0);
-    EXPECT_EQ(set_mass_postbox_passwd("sales", "main.test", std::string("pw"), 0), 1);
-    EXPECT_EQ(users().size(), 3u * 4u);
-    EXPECT_EQ(column("u.name", "store", "alias1.test"), "store");
-
-    EXPECT_EQ(rm_mails_from_domains("info", "main.test"), 0);
-    EXPECT_EQ(rm_mails_from_domains("sales", "main.test"), 1);
-    EXPECT_TRUE(users().empty());
 }
 
 TEST_F(PanelTest, DomainAliasAuthRecords)

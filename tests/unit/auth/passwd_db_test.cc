@@ -1,5 +1,6 @@
-// The password database on a real SQLite file: registrations, clones, renames, removals,
-// status changes, read access, and a writer that meets another process's lock.
+// The password database on a real SQLite file: what the commands' rows cannot reach (clones
+// with their flags, a domain rename, read access), failures, and a writer that meets another
+// process's lock.
 #include "auth/passwd_db.h"
 
 #include <gtest/gtest.h>
@@ -16,35 +17,6 @@
 namespace {
 
 using PasswdDbTest = PasswdDbFixture;
-
-TEST_F(PasswdDbTest, RegistrationFillsExactlyOneColumnAndReplacesTheRow)
-{
-    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("{CRYPT}hash"), kMailAuthHashed), 0);
-    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "example.com"), "{CRYPT}hash");
-    EXPECT_EQ(column("u.userPassword", "info", "example.com"), "NULL");
-
-    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("plain pw"), 0), 0);
-    const std::string stored = column("u.userPassword", "info", "example.com");
-    EXPECT_TRUE(is_encrypted_with_mail_aes(stored.c_str())) << stored;
-    EXPECT_EQ(decrypt(stored), "plain pw");
-    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "example.com"), "NULL");
-
-    ASSERT_EQ(mailAuthSet("info", "example.com", std::string("{CRYPT}other"), kMailAuthHashed), 0);
-    EXPECT_EQ(column("u.userPassword", "info", "example.com"), "NULL");
-    EXPECT_EQ(rows(dbPath_, "SELECT name, status FROM domains"), std::vector<std::string>{"example.com|0"});
-}
-
-TEST_F(PasswdDbTest, DisabledFlagsSetUserAndNewDomainStatus)
-{
-    ASSERT_EQ(mailAuthSet("a", "off.test", std::string("pw"), kMailAuthUserDisabled | kMailAuthDomainDisabled), 0);
-    ASSERT_EQ(mailAuthSet("b", "off.test", std::string("pw"), 0), 0);
-    EXPECT_EQ(users(), (std::vector<std::string>{"a@off.test|1|1", "b@off.test|0|1"}));
-    ASSERT_EQ(mailAuthEnableDomain("off.test"), 0);
-    ASSERT_EQ(mailAuthDisableDomain("unknown.test"), 0);
-    EXPECT_EQ(users(), (std::vector<std::string>{"a@off.test|1|0", "b@off.test|0|0"}));
-    ASSERT_EQ(mailAuthDisableDomain("off.test"), 0);
-    EXPECT_EQ(rows(dbPath_, "SELECT name, status FROM domains"), std::vector<std::string>{"off.test|1"});
-}
 
 TEST_F(PasswdDbTest, CloneKeepsStoredTextAndFlags)
 {
@@ -66,28 +38,15 @@ TEST_F(PasswdDbTest, CloneKeepsStoredTextAndFlags)
     EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains"), std::vector<std::string>{"2"});
 }
 
-TEST_F(PasswdDbTest, RenamesAndRemovals)
+// Removals and mailname renames are the commands' rows; a domain rename has no command yet.
+TEST_F(PasswdDbTest, DomainRenameAndUnknownDomains)
 {
-    for (const char* name : {"a", "b"})
-        ASSERT_EQ(mailAuthSet(name, "gone.test", std::string("pw"), 0), 0);
     ASSERT_EQ(mailAuthSet("c", "kept.test", std::string("pw"), 0), 0);
     ASSERT_EQ(mailAuthRenameDomain("kept.test", "renamed.test"), 0);
-    ASSERT_EQ(mailAuthRemoveDomain("gone.test"), 0);
     EXPECT_EQ(users(), std::vector<std::string>{"c@renamed.test|0|0"});
-    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM users"), std::vector<std::string>{"1"}) << "the trigger removes users";
-    ASSERT_EQ(mailAuthRemoveDomain("renamed.test"), 0);
-
-    ASSERT_EQ(mailAuthSet("old", "example.com", std::string("pw"), 0), 0);
-    ASSERT_EQ(mailAuthRename("old", "new", "example.com"), 0);
-    EXPECT_EQ(users(), std::vector<std::string>{"new@example.com|0|0"});
-
-    EXPECT_EQ(stderrOf([] { EXPECT_EQ(mailAuthRename("new", "newer", "unknown.test"), -1); }),
+    EXPECT_EQ(stderrOf([] { EXPECT_EQ(mailAuthRename("c", "d", "unknown.test"), -1); }),
               "No such domain 'unknown.test' in the mail authentication DB\n");
-
-    EXPECT_EQ(mailAuthRemove("new", "unknown.test"), 0);
-    EXPECT_EQ(mailAuthRemove("nobody", "example.com"), 0);
-    EXPECT_EQ(set_postbox_passwd("new", "example.com", std::string(""), 0), 0);
-    EXPECT_TRUE(users().empty());
+    EXPECT_EQ(mailAuthRemove("c", "unknown.test"), 0);
     EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'unknown.test'"),
               std::vector<std::string>{"0"});
 }

@@ -108,17 +108,6 @@ TEST_F(MainCf, ListsSplitAtEverySeparatorAndRemoveWritesOnlyOnAChange)
     EXPECT_EQ(stored("smtpd_client_restrictions"), "");
 }
 
-TEST_F(MainCf, FilterRebuildsTheListFromTheCurrentValue)
-{
-    store("smtpd_recipient_restrictions", "reject_rbl_client x, check_policy_service unix:p");
-    auto filter = [](const std::string& current, std::list<std::string>& items) {
-        items.push_back("permit_mynetworks");
-        items.push_back(current.substr(current.find(", ") + 2));
-    };
-    cf.filterStringValues("smtpd_recipient_restrictions", filter);
-    EXPECT_EQ(stored("smtpd_recipient_restrictions"), "permit_mynetworks, check_policy_service unix:p");
-}
-
 TEST_F(MainCf, FailuresCarryPostconfsText)
 {
     struct Case {

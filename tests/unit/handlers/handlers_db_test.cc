@@ -1,5 +1,5 @@
-// The mail-handlers database on a real file: scopes of changes, domain matching, copies,
-// batches in one transaction, and the messages of failures.
+// The mail-handlers database on a real file: domain matching, copies, batches in one
+// transaction, the messages of failures, and the autoresponder hook's rows.
 #include <sqlite3.h>
 #include <stdlib.h>
 #include <syslog.h>
@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "auth/sqlite_db.h"
+#include "handlers/autoresponder.h"
 #include "handlers/mail_handlers.h"
 #include "runtime/log.h"
 #include "support/sqlite_rows.h"
@@ -95,31 +96,6 @@ TEST_F(HandlersDb, GlobalHandlerAddresses)
     EXPECT_EQ(g_logged, (Log{{LOG_ERR, "Incorrect recipient address for global handler, expected "
                                        "[NULL|EMPTY_STRING|all|all-recipients]"}}));
     EXPECT_EQ(rows().size(), 2u);
-}
-
-TEST_F(HandlersDb, AllOrEmptyAddressActsOnEveryAddress)
-{
-    for (const std::optional<std::string>& scope : {std::optional<std::string>{}, std::optional<std::string>{""},
-                                                    std::optional<std::string>{"all"}}) {
-        const char* label = scope ? scope->c_str() : "<absent>";
-        addAt("h", {"a@ex.com", "b@ex.org"});
-        addAt("other", {"a@ex.com"});
-        mh_data elsewhere = handler("h", std::string("a@ex.com"), MH_TYPE_RECIPIENT, MH_QUEUE_BEFORE_REMOTE);
-        ASSERT_EQ(mh_db_add(nullptr, elsewhere), 0);
-
-        mh_data record = handler("h", scope);
-        ASSERT_EQ(mh_db_disable(nullptr, record), 0) << label;
-        EXPECT_EQ(rows("enabled=0").size(), 2u) << label;
-        EXPECT_EQ(record.address, std::optional<std::string>("all")) << label;
-        ASSERT_EQ(mh_db_remove(nullptr, record), 0) << label;
-        EXPECT_EQ(rows(), (Rows{"2/1/1/10 other a@ex.com /usr/bin/other none", "3/1/1/10 h a@ex.com /usr/bin/h none"}))
-            << label;
-        ASSERT_EQ(mh_db_remove_addr(nullptr, "a@ex.com"), 0);
-    }
-    addAt("h", {"a@ex.com", "b@ex.org"});
-    mh_data one = handler("h", std::string("b@ex.org"));
-    ASSERT_EQ(mh_db_remove(nullptr, one), 0);
-    EXPECT_EQ(rows(), (Rows{"2/1/1/10 h a@ex.com /usr/bin/h none"}));
 }
 
 TEST_F(HandlersDb, DomainMatchingIgnoresLookalikes)
@@ -262,6 +238,68 @@ TEST_F(HandlersDb, FailuresAreLoggedOnceAndReturnMinusOne)
     EXPECT_EQ(mh_db_create(nullptr), -1);
     EXPECT_EQ(g_logged, (Log{{LOG_CRIT, "Unable to create directory for mail handlers database for(" + mh_db_path() +
                                             "): " + std::strerror(ENOTDIR)}}));
+}
+
+// The autoresponder hook: one row per mailname and domain, the list splitting, and refusals that
+// leave the database untouched. The mail commands pass one domain, so the cross product of
+// several domains is reachable only from here.
+Rows responders()
+{
+    return ::rows(mh_db_path(), "SELECT priority, type, queue, name, address, executable, context, enabled "
+                                "FROM handlers ORDER BY address");
+}
+
+std::string responder(const std::string& address)
+{
+    return "90|1|2|autoresponder|" + address + "|/usr/local/zvt/handlers/hooks/autoresponder|responder|1";
+}
+
+TEST_F(HandlersDb, AutoresponderRowsForEveryMailnameAtEveryDomainOnceOnly)
+{
+    const Rows want = {responder("info@a.test"), responder("info@b.test"), responder("sales@a.test"),
+                       responder("sales@b.test")};
+    ASSERT_EQ(autoresponder_action("info, sales", "a.test,b.test", AUTORESPONDER_ADD), 0);
+    EXPECT_EQ(responders(), want);
+    ASSERT_EQ(autoresponder_action("info,sales", "a.test b.test", AUTORESPONDER_ADD), 0);
+    EXPECT_EQ(responders(), want);
+
+    ASSERT_EQ(autoresponder_action("sales", "b.test", AUTORESPONDER_REMOVE), 0);
+    EXPECT_EQ(responders(), (Rows{responder("info@a.test"), responder("info@b.test"), responder("sales@a.test")}));
+    // any other action leaves the rows alone
+    EXPECT_EQ(autoresponder_action("info", "c.test", 1), 0);
+    EXPECT_EQ(autoresponder_action("info", "a.test", 4), 0);
+    EXPECT_EQ(responders().size(), 3u);
+    ASSERT_EQ(autoresponder_action("Info", "Bücher.Example", AUTORESPONDER_ADD), 0);
+    EXPECT_EQ(responders(), (Rows{responder("info@a.test"), responder("info@b.test"),
+                                  responder("info@xn--bcher-kva.example"), responder("sales@a.test")}));
+}
+
+// Each refusal happens before the database is touched: the row already there stays alone.
+TEST_F(HandlersDb, AutoresponderRefusedListsChangeNothing)
+{
+    ASSERT_EQ(autoresponder_action("keep", "a.test", AUTORESPONDER_ADD), 0);
+    const std::string some = "Unable to make action for some autoresponder handlers";
+    const std::pair<std::string, std::string> lists[] = {
+        {"info,", "a.test"}, {",info", "a.test"}, {"info,bad..name", "a.test"}, {"info\nroot", "a.test"},
+        {"info", "a.test,"}, {"info", "a.test,../etc"}, {"info", "a.test,evil.test\nx"},
+        {std::string(200, 'm'), "a.test," + std::string(60, 'd') + ".test"},
+    };
+    const std::string messages[] = {"Mailname '' is not valid", "Mailname '' is not valid",
+                                    "Mailname 'bad..name' is not valid", "Mailname 'info\\x0aroot' is not valid",
+                                    some, some, some, some};
+    for (size_t i = 0; i < std::size(lists); ++i) {
+        const auto& [mailnames, domains] = lists[i];
+        for (int action : {AUTORESPONDER_ADD, AUTORESPONDER_REMOVE}) {
+            g_logged.clear();
+            EXPECT_EQ(autoresponder_action(mailnames.c_str(), domains.c_str(), action), -1) << mailnames << " / " << domains;
+            ASSERT_FALSE(g_logged.empty());
+            EXPECT_EQ(g_logged.back().second, messages[i]) << mailnames << " / " << domains;
+        }
+        EXPECT_EQ(responders(), Rows{responder("keep@a.test")}) << mailnames << " / " << domains;
+    }
+    g_logged.clear();
+    EXPECT_EQ(autoresponder_action(std::string(240, 'm').c_str(), "abcdefghijklmn.test", AUTORESPONDER_ADD), -1);
+    EXPECT_EQ(g_logged, (Log{{LOG_ERR, "domain name too long\n"}, {LOG_ERR, some}}));
 }
 
 }  // namespace

@@ -266,17 +266,13 @@ TEST_F(DomainManagerTest, FailedUndoStepIsReportedAndTheOthersStillRun)
     EXPECT_EQ(snapshot(), want);
 }
 
-TEST_F(DomainManagerTest, NewDomainRecords)
+// No command creates a domain switched off yet.
+TEST_F(DomainManagerTest, ADomainCreatedOffIsNotHosted)
 {
-    seed(kVirtual, {"dis.test 1", "info@dis.test info@main.test", "x@y.test a@dis.test"});
     DomainManager::createDomain("dis.test", true);
-    EXPECT_EQ(dump(kVirtualDomains), Records{}) << "a disabled domain is not hosted";
-    EXPECT_EQ(dump(kVirtual), stdRecords("dis.test")) << "the former alias's records go first";
-    EXPECT_TRUE(fs::is_directory(kRoot + "/dis.test"));
-
-    DomainManager::enableDomain("dis.test");
-    EXPECT_EQ(dump(kVirtualDomains), Records{"dis.test dis.test/"});
+    EXPECT_EQ(dump(kVirtualDomains), Records{});
     EXPECT_EQ(dump(kVirtual), stdRecords("dis.test"));
+    EXPECT_TRUE(fs::is_directory(kRoot + "/dis.test"));
 }
 
 // main.test with the domain aliases a1.test and a2.test, mailnames info and sales (sales with
@@ -351,22 +347,6 @@ TEST_F(PanelDomainTest, DomainAliasRecordsComeFromThePanel)
 
     DomainManager::removeDomainAlias("al.test");
     EXPECT_EQ(dump(kVirtual), Records{"@else.test x@else.test"});
-}
-
-TEST_F(PanelDomainTest, RemoveDomainKeepsTheBounceCommand)
-{
-    DomainManager::createDomain("main.test", false);
-    DomainManager::setBounce("main.test", "Gone");
-    seed(tb::kVmailbox, {"info@main.test main.test/info/", "a@else.test else.test/a/"});
-    fs::create_directories(kRoot + "/main.test/info");
-    const Records aliases = dump(kAliases);
-
-    DomainManager::removeDomain("main.test", OnRemoval::Remove);
-    EXPECT_EQ(dump(kVirtualDomains), Records{});
-    EXPECT_EQ(dump(kVirtual), catchall("") - Records{"@main.test _quelt_bounce_main.test@localhost.localdomain"});
-    EXPECT_EQ(dump(tb::kVmailbox), Records{"a@else.test else.test/a/"});
-    EXPECT_EQ(dump(kAliases), aliases);
-    EXPECT_EQ(tree(), Records{}) << "the domain's tree is deleted";
 }
 
 }  // namespace

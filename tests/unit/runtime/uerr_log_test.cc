@@ -12,18 +12,6 @@
 
 namespace {
 
-TEST(Uerr, StandardErrorAtOnceStandardOutputAtTheFlush)
-{
-    CaptureFd out(1), err(2);
-    quelt::uerr << "abc";
-    std::fflush(stdout);
-    EXPECT_EQ(err.text(), "abc");
-    EXPECT_EQ(out.text(), "");
-    quelt::uerr << std::endl;
-    EXPECT_EQ(err.text(), "abc\n");
-    EXPECT_EQ(out.text(), "abc\n");
-}
-
 TEST(Messlog2, AppendsTheSystemErrorWritesBothStreamsAndCutsNothing)
 {
     CaptureFd out(1), err(2);

@@ -84,21 +84,6 @@ TEST_F(DotQMailTest, TheLegacyLineGoesWhenDeliveryIsSwitched)
     EXPECT_EQ(readFile(kPath), "&x@example.net\n");
 }
 
-TEST_F(DotQMailTest, ForwardsAreKeptInAsciiFormWhicheverFormIsGiven)
-{
-    ASSERT_EQ(dotqmail_reset(kPath), 0);
-    ASSERT_EQ(dotqmail_add_forward(kPath, "user@b\xc3\xbc" "cher.example"), 0);
-    EXPECT_EQ(readFile(kPath), "| true\n&user@xn--bcher-kva.example\n");
-    ASSERT_EQ(dotqmail_add_forward(kPath, "user@xn--bcher-kva.example"), 0);
-    EXPECT_EQ(readFile(kPath), "| true\n&user@xn--bcher-kva.example\n") << "never twice";
-    ASSERT_EQ(dotqmail_remove_forward(kPath, "user@xn--bcher-kva.example"), 0);
-    EXPECT_EQ(readFile(kPath), "| true\n");
-
-    ASSERT_EQ(dotqmail_add_forward(kPath, "user@xn--bcher-kva.example"), 0);
-    ASSERT_EQ(dotqmail_remove_forward(kPath, "user@b\xc3\xbc" "cher.example"), 0);
-    EXPECT_EQ(readFile(kPath), "| true\n");
-}
-
 TEST_F(DotQMailTest, FailuresArePrintedOnceAndThrownByTheManager)
 {
     const std::string missingDir = kRoot + "/nowhere/info/.qmail";

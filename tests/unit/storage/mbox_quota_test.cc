@@ -1,13 +1,12 @@
 // Mailbox quotas by name beside the sandbox's MariaDB server: attachments against the quota,
 // the panel's domain limits (also through a webspace), defaults that spare mailboxes with a
-// quota of their own, the manager's errors, and mailbox size.
+// quota of their own, and the manager's errors. The mailbox size is a row of the commands.
 #include "auth/panel_db.h"
 #include "storage/fs_error.h"
 #include "storage/maildirpp.h"
 #include "storage/maildirpp_manager.h"
 #include "storage/mbox_quota.h"
 #include "storage_fixture.h"
-#include "support/child.h"
 
 namespace fs = boost::filesystem;
 using quelt::mail::MaildirPPManager;
@@ -109,43 +108,6 @@ TEST_F(MboxQuotaTest, ManagerTurnsFailuresIntoFSError)
     });
     EXPECT_NE(err.find("unable to set default mbox quota for domain 'main.test' (processing 'odd')"), std::string::npos)
         << err;
-}
-
-TEST_F(MboxQuotaTest, MailboxSizeAddsAttachmentsToTheMaildirUsage)
-{
-    const std::string home = kRoot + "/main.test/info";
-    writeFile(home + "/Maildir/cur/1.M1.host,S=1500:2,S", "x");
-    writeFile(home + "/Maildir/new/2.M2.host", std::string(700, 'x'));
-    EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200) << "no @attachments folder";
-
-    fs::create_directory(home + "/@attachments");
-    writeFile(home + "/@attachments/a.pdf", std::string(3000, 'x'));
-    const long long attachments = get_dir_size(home + "/@attachments", false);
-    const long long inBlocks = get_dir_size(home + "/@attachments", true);
-    EXPECT_EQ(get_mbox_size("info", "main.test", false), 2200 + attachments);
-    EXPECT_EQ(get_mbox_size("info", "main.test", true), 2200 + inBlocks);
-
-    // A trusted maildirsize is believed as it stands.
-    writeFile(home + "/Maildir/maildirsize", "0S,0C\n  100 1\n");
-    EXPECT_EQ(get_mbox_size("info", "main.test", false), 100 + attachments);
-}
-
-TEST_F(MboxQuotaTest, MailboxSizeEndsTheProcessWhenItCannotCount)
-{
-    const std::pair<const char*, std::string> cases[] = {
-        {"nobody@main.test", "Unable to calculate Maildir++ size: No such file or directory\n"
-                             "System error 2: No such file or directory\n"},
-        {"info@bad..test", "idn_toascii() failed: Invalid length\n"},
-    };
-    for (const auto& [address, message] : cases) {
-        const std::string a = address;
-        const ChildResult child = runInChild([&] {
-            get_mbox_size(a.substr(0, a.find('@')), a.substr(a.find('@') + 1), false);
-            return 0;
-        });
-        EXPECT_EQ(child.status, 1) << address;
-        EXPECT_EQ(child.err, message) << address;
-    }
 }
 
 }  // namespace
