@@ -60,5 +60,10 @@ for c in "${cases[@]}"; do
 done
 echo "$kills kills in $trials trials"
 expect_eq "$([ "$kills" -ge 50 ] && echo enough)" enough "kills that hit a running command ($kills)"
+# A killed rewrite's text stays until the next rewrite of its table clears it.
+run --rename-mailname --domain-name=base.test --old-mailname=next --new-mailname=next2
+expect_status 0 "a rewrite after the last kill"
+# A killed password-database change leaves its journal, which the next opening rolls back.
+expect_eq "$(passwd_sql 'PRAGMA integrity_check')" ok "the password database after the kills"
 expect_eq "$(ls -A $Q | grep -v -e '\.db$' -e '^passwd_db_key$')" "" "files left beside the tables"
 finish
