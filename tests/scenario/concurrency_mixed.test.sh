@@ -1,6 +1,7 @@
 # Mixed concurrent commands on two domains lose nothing: eight processes add and remove mailnames
-# and their aliases, while a third domain is turned off and on, for a bounded time; afterwards
-# every record a command reported as done is there, and none that a command removed.
+# and their aliases, add and rename domain aliases and add and drop sender transports, while a
+# third domain is turned off and on, for a bounded time; afterwards every record a command
+# reported as done is there, and none that a command removed.
 . "$MAILRIG_TESTS/scenario/lib.sh"
 mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
 "$mdb" start >/dev/null
@@ -12,6 +13,8 @@ printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
 "$MAILRIG_BUILD/src/front/setup/mailrig-setup" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
 touch -d '-1 min' /etc/postfix/main.cf
 panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
+# The transport commands restart Postfix through its init script.
+printf '#!/bin/sh\nexit 0\n' > /etc/init.d/postfix && chmod 755 /etc/init.d/postfix
 key() { postmap -q "$1" "hash:$Q/$2" >/dev/null 2>&1 && echo yes || echo no; }
 
 # The mailname commands read each domain's mailbox limit from the panel.
@@ -44,6 +47,20 @@ worker() {
       ok alias- $d a$i-$p@m$i-$p --remove-alias --domain-name=$d --mailname=m$i-$p --alias=a$i-$p
       ok mailname- $d m$i-$p --remove-mailname --domain-name=$d --mailname=m$i-$p
     fi
+    # Workers 1 and 5 add a domain alias of a.test each round and rename every second one;
+    # workers 2 and 6 send a domain through their own address and drop every second one again.
+    if [ $((i % 4)) -eq 1 ]; then
+      ok dalias+ $d da$i-$n.test --add-domain-alias --domain-name=$d --domain-alias-name=da$i-$n.test --set-reject
+      if [ $((n % 2)) -eq 0 ] &&
+         "$MAILRIG" --rename-domain-alias --domain-name=$d --old-domain-alias-name=da$i-$n.test \
+           --new-domain-alias-name=dr$i-$n.test --set-reject >/dev/null 2>&1; then
+        printf 'dalias- %s da%s.test\ndalias+ %s dr%s.test\n' $d $i-$n $d $i-$n >> "$LOG"
+      fi
+    elif [ $((i % 4)) -eq 2 ]; then
+      ok transport+ $d t$i-$n.test --add-domain-to-sender-transport --domain-name=t$i-$n.test --ip4-addr=192.0.2.$i
+      [ $((n % 2)) -eq 1 ] ||
+        ok transport- $d t$i-$p.test --remove-domain-from-sender-transport --domain-name=t$i-$p.test
+    fi
     # Every fourth worker also turns c.test off and on once a round.
     if [ $((i % 4)) -eq 0 ]; then
       ok off c.test - --turn-off-domain --domain-name=c.test
@@ -63,6 +80,7 @@ while read -r what d name; do
   case $what in
     mailname+) want[$d/$name]=yes ;; mailname-) want[$d/$name]=no ;;
     alias+) want[$d/${name%@*}]=yes ;; alias-) want[$d/${name%@*}]=no ;;
+    dalias+|transport+) want[$d/$name]=yes ;; dalias-|transport-) want[$d/$name]=no ;;
   esac
 done < "$LOG"
 for k in "${!want[@]}"; do
@@ -70,6 +88,8 @@ for k in "${!want[@]}"; do
   case $name in
     [mr]*) have=$([ -d "$ROOT/$d/$name" ] && echo yes || echo no) ;;
     a*) have=$(key "$name@$d" virtual) ;;
+    d*) have=$(key "$name" virtual) ;;
+    t*) have=$(key "@$name" sdd_transport_maps) ;;
   esac
   [ "$have" = "${want[$k]}" ] || { lost=$((lost + 1)); echo "$k: wanted ${want[$k]}, found $have" >&2; }
 done
@@ -78,5 +98,7 @@ expect_eq "$lost" 0 "records lost or left behind"
 expect_eq "$([ "$commands" -ge 150 ] && echo enough)" enough "commands that completed ($commands)"
 expect_eq "$(key other@c.test virtual)$(key c.test virtual_domains)" yesyes "c.test on, its alias back"
 expect_eq "$(postmap -s "hash:$Q/virtual" | grep -c '@base\.test	')" 3000 "records no command touched"
+# Each worker's transport is one service, however many commands wrote it at once.
+expect_eq "$(grep -cE '^192\.0\.2\.[26]- unix ' /etc/postfix/master.cf)" 2 "the workers' transport services"
 expect_eq "$(ls -A $Q | grep -c '\.tmp\.')" 0 "files a rewrite left beside the tables"
 finish

@@ -44,6 +44,13 @@ hosted_state() {
 }
 fixture hosted hosted_state
 fixture off 'mailrig_ok --turn-off-domain --domain-name=base.test'
+# A domain alias with all its records (addresses, catch-all, password rows, handlers), the panel
+# row of the next alias, and a transport on two addresses with its map record.
+fixture da "panel \"INSERT INTO domainaliases (name, dom_id) VALUES ('alias2.test', 1), ('alias3.test', 1), ('alias4.test', 1)\"
+  mailrig_ok --add-domain-alias --domain-name=base.test --domain-alias-name=alias2.test --set-catchall --email=info@base.test"
+fixture tr 'mailrig_ok --add-domain-to-sender-transport --domain-name=base.test --ip4-addr=192.0.2.7 --ip6-addr=2001:db8::1'
+# The transport commands restart Postfix through its init script.
+printf '#!/bin/sh\nexit 0\n' > /etc/init.d/postfix && chmod 755 /etc/init.d/postfix
 
 # FIXTURE | ARGS | stores that may hold a state between before and after (a step that is not
 # undone), as "k:store,store" for runs from k on | "undo" when the command undoes its steps.
@@ -61,6 +68,12 @@ matrix=(
   'hosted|--add-whitelist --ip-address=10.0.0.0 --netmask=8||'
   'hosted|--remove-whitelist --ip-address=127.0.0.0 --netmask=8||'
   'hosted|--set-maps-protection --maps-zones=rbl.example,rbl2.example||'
+  'hosted+da|--add-domain-alias --domain-name=base.test --domain-alias-name=alias3.test --set-catchall --email=info@base.test|2:virtual|'
+  'hosted+da|--rename-domain-alias --domain-name=base.test --old-domain-alias-name=alias2.test --new-domain-alias-name=alias4.test --set-catchall --email=info@base.test||'
+  'hosted+da|--del-domain-alias --domain-name=base.test --domain-alias-name=alias2.test||'
+  'hosted|--add-domain-to-sender-transport --domain-name=base.test --ip4-addr=192.0.2.7 --ip6-addr=2001:db8::1||'
+  'hosted+tr|--remove-domain-from-sender-transport --domain-name=base.test||'
+  'hosted+tr|--remove-sender-transport --ip-addr=192.0.2.7||'
 )
 STS=(${TABLES[*]} tree files passwd handlers panel maincf mastercf other)
 W=$MAILRIG_SANDBOX_ROOT/matrix
@@ -112,9 +125,11 @@ fixture nopasswd "mv $Q/passwd.db $Q/passwd.db.saved && mkdir $Q/passwd.db"
 fixture nohandlers "mv $HANDLERS_DB $HANDLERS_DB.saved && mkdir $HANDLERS_DB"
 fixture nopanel 'panel "DROP TABLE mail_aliases; DROP TABLE domainaliases"'
 declare -A broken=([taken]=tree [nopasswd]=passwd [nohandlers]=handlers [nopanel]=panel)
-# Steps that complete before the broken store is reached and are not undone.
-declare -A kept=([--rename-mailname+nopanel]=virtual,passwd [--turn-on-domain+nopanel]=passwd)
-for m in "${matrix[@]:0:8}"; do
+# Steps that complete before the broken store is reached and are not undone; a domain alias
+# gets only the addresses the panel still lists, and its catch-all waits for its password rows.
+declare -A kept=([--rename-mailname+nopanel]=virtual,passwd [--turn-on-domain+nopanel]=passwd
+                 [--add-domain-alias+nopasswd]=virtual [--add-domain-alias+nopanel]=virtual)
+for m in "${matrix[@]:0:8}" "${matrix[@]:13}"; do
   IFS='|' read -r fix line half undo <<< "$m"
   read -ra args <<< "$line"
   spy_reset; use_fixture "$fix"; states old

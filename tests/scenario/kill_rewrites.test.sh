@@ -1,7 +1,7 @@
 # kill -9 of the whole process group at random moments of a mailname rename (a rewrite of the
-# whole vmailbox and virtual tables) and of the removals and domain switches beside it, on a
-# 50,000-record virtual table: every table afterwards holds exactly the records it held before or
-# the ones the uninterrupted command leaves, and the next command works.
+# whole vmailbox and virtual tables) and of the removals, domain switches and domain alias rename
+# beside it, on a 50,000-record virtual table: every table afterwards holds exactly the records it
+# held before or the ones the uninterrupted command leaves, and the next command works.
 . "$MAILRIG_TESTS/scenario/rows.sh"
 
 big_state() {
@@ -17,6 +17,8 @@ big_state() {
 }
 fixture big big_state
 fixture off 'mailrig_ok --turn-off-domain --domain-name=base.test'
+fixture da "panel \"INSERT INTO domainaliases (name, dom_id) VALUES ('alias1.test', 1), ('alias2.test', 1)\"
+  mailrig_ok --add-domain-alias --domain-name=base.test --domain-alias-name=alias1.test --set-catchall --email=info@base.test"
 
 W=$MAILRIG_SANDBOX_ROOT/killw
 mkdir -p "$W"
@@ -28,6 +30,7 @@ cases=(
   'big|--remove-redirect --domain-name=base.test --mailname=info --redirect-email=out@x.example'
   'big|--turn-off-domain --domain-name=base.test'
   'big+off|--turn-on-domain --domain-name=base.test'
+  'big+da|--rename-domain-alias --domain-name=base.test --old-domain-alias-name=alias1.test --new-domain-alias-name=alias2.test --set-catchall --email=info@base.test'
 )
 kills=0 trials=0
 for c in "${cases[@]}"; do
@@ -57,5 +60,10 @@ for c in "${cases[@]}"; do
 done
 echo "$kills kills in $trials trials"
 expect_eq "$([ "$kills" -ge 50 ] && echo enough)" enough "kills that hit a running command ($kills)"
+# A killed rewrite's text stays until the next rewrite of its table clears it.
+run --rename-mailname --domain-name=base.test --old-mailname=next --new-mailname=next2
+expect_status 0 "a rewrite after the last kill"
+# A killed password-database change leaves its journal, which the next opening rolls back.
+expect_eq "$(passwd_sql 'PRAGMA integrity_check')" ok "the password database after the kills"
 expect_eq "$(ls -A $Q | grep -v -e '\.db$' -e '^passwd_db_key$')" "" "files left beside the tables"
 finish
