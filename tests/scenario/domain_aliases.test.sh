@@ -9,24 +9,8 @@ HASH='$1$salt$hashedpanelvalue'
 KEYS=/etc/domainkeys
 BOUNCE=/usr/lib/quelt-9.0/bouncemessage
 
-# A stand-in over postmap that, for mailrig's own runs, logs the arguments and fails the run
-# numbered in $SPY/fail.
-SPY=$MAILRIG_SANDBOX_ROOT/spy
-mkdir -p "$SPY" && cp /usr/sbin/postmap "$SPY/real"
-cat > "$SPY/postmap" <<EOF
-#!/bin/bash
-if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
-  printf '%s\n' "\$*" >> $SPY/log
-  if [ "\$(wc -l < $SPY/log)" = "\$(cat $SPY/fail 2>/dev/null)" ]; then
-    case " \$* " in *' -i '*|*' -d - '*) cat > /dev/null ;; esac
-    echo "postmap: fatal: injected failure" >&2
-    exit 1
-  fi
-fi
-exec $SPY/real "\$@"
-EOF
-chmod 755 "$SPY/postmap" && mount --bind "$SPY/postmap" /usr/sbin/postmap
-spy() { use_fixture "$1"; rm -f "$SPY/log" "$SPY/fail"; [ -z "${2:-}" ] || echo "$2" > "$SPY/fail"; }
+# Every postmap run mailrig makes is logged; `spy FIXTURE K` fails the K-th.
+postmap_spy
 
 # --- fixtures --------------------------------------------------------------------------------
 

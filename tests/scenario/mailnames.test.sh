@@ -11,32 +11,9 @@ mkdir -p "$ROOT/.probe"
 ATT=$(stat -c %s "$ROOT/.probe") ATT_BLOCKS=$(( $(stat -c %b "$ROOT/.probe") * 512 ))
 rmdir "$ROOT/.probe"
 
-# A stand-in over postmap that, for the runs mailrig makes (not the snapshots'), logs the
-# arguments and whether a password variable reached it, and fails the run numbered in $SPY/fail.
-SPY=$MAILRIG_SANDBOX_ROOT/spy
-mkdir -p "$SPY" && cp /usr/sbin/postmap "$SPY/real"
-cat > "$SPY/postmap" <<EOF
-#!/bin/bash
-if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
-  printf '%s\n' "\$*" >> $SPY/log
-  env | grep -c '^ZVT_' >> $SPY/env
-  if [ "\$(wc -l < $SPY/log)" = "\$(cat $SPY/fail 2>/dev/null)" ]; then
-    case " \$* " in *' -i '*|*' -d - '*) cat > /dev/null ;; esac
-    echo "postmap: fatal: injected failure" >&2
-    exit 1
-  fi
-fi
-exec $SPY/real "\$@"
-EOF
-chmod 755 "$SPY/postmap" && mount --bind "$SPY/postmap" /usr/sbin/postmap
-# spy FIXTURE [K]: builds the fixture first (its own mailrig runs are not counted), then
-# forgets the logged runs; with K the K-th run of the next command fails.
-spy() {
-  use_fixture "$1"
-  rm -f "$SPY/log" "$SPY/env" "$SPY/fail"
-  [ -z "${2:-}" ] || echo "$2" > "$SPY/fail"
-}
-spy_off() { rm -f "$SPY/fail"; }
+# Every postmap run mailrig makes is logged with the password variables it saw; `spy FIXTURE K`
+# fails the K-th.
+postmap_spy
 
 # --- fixtures --------------------------------------------------------------------------------
 

@@ -360,6 +360,38 @@ lock_held_run() {
   STATUS=0; wait "$pid" || STATUS=$?
 }
 
+# --- a postmap stand-in ----------------------------------------------------------------------
+
+# postmap_spy: puts a stand-in over postmap that, for the runs mailrig makes (not the
+# snapshots'), logs the arguments to $SPY/log and the number of password variables it sees to
+# $SPY/env, and fails the run numbered in $SPY/fail. `spy FIXTURE [K]` builds the fixture
+# first (its own runs are not counted), then forgets the logged runs; with K the K-th run of the
+# next command fails. `spy_off` lets every run succeed again.
+postmap_spy() {
+  SPY=$MAILRIG_SANDBOX_ROOT/spy
+  mkdir -p "$SPY" && cp /usr/sbin/postmap "$SPY/real"
+  cat > "$SPY/postmap" <<EOF
+#!/bin/bash
+if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
+  printf '%s\n' "\$*" >> $SPY/log
+  env | grep -c '^ZVT_' >> $SPY/env
+  if [ "\$(wc -l < $SPY/log)" = "\$(cat $SPY/fail 2>/dev/null)" ]; then
+    case " \$* " in *' -i '*|*' -d - '*) cat > /dev/null ;; esac
+    echo "postmap: fatal: injected failure" >&2
+    exit 1
+  fi
+fi
+exec $SPY/real "\$@"
+EOF
+  chmod 755 "$SPY/postmap" && mount --bind "$SPY/postmap" /usr/sbin/postmap
+}
+spy() {
+  use_fixture "$1"
+  rm -f "$SPY/log" "$SPY/env" "$SPY/fail"
+  [ -z "${2:-}" ] || echo "$2" > "$SPY/fail"
+}
+spy_off() { rm -f "$SPY/fail"; }
+
 # --- the prepared server ---------------------------------------------------------------------
 
 # A stand-in for Postfix's address rewriting daemon, which the domain commands interrupt: any
