@@ -25,7 +25,7 @@ status=0
 # the generated docs (an instrumented build is never shipped), the two long tables of refused
 # values (each stops at the name checks, which the option-values fuzz target runs under the same
 # sanitizers), and the fuzz targets (clang builds them instrumented already).
-skip='^(scenario_(kill|kill_rewrites|concurrency|concurrency_mixed|package|help_docs|domain_names|hostile_inputs)|fuzz_.*)$'
+skip='^(scenario_(kill_rewrites|concurrency_mixed|package|help_docs|domain_names|hostile_inputs)|fuzz_.*)$'
 ctest --output-on-failure -j"$(nproc)" -E "$skip" "$@" || status=$?
 reports=$(find "$asan/sanitizer" -type f 2>/dev/null | sort)
 if [ -n "$reports" ]; then

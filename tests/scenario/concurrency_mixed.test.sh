@@ -1,6 +1,6 @@
 # Mixed concurrent commands on two domains lose nothing: eight processes add and remove mailnames
-# and their aliases, add and rename domain aliases and add and drop sender transports, while a
-# third domain is turned off and on, for a bounded time; afterwards every record a command
+# and their aliases, add and rename domain aliases, add and drop sender transports and domains of
+# their own, while a third domain is turned off and on, for a bounded time; afterwards every record a command
 # reported as done is there, and none that a command removed.
 . "$MAILRIG_TESTS/scenario/lib.sh"
 mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
@@ -60,6 +60,10 @@ worker() {
       ok transport+ $d t$i-$n.test --add-domain-to-sender-transport --domain-name=t$i-$n.test --ip4-addr=192.0.2.$i
       [ $((n % 2)) -eq 1 ] ||
         ok transport- $d t$i-$p.test --remove-domain-from-sender-transport --domain-name=t$i-$p.test
+    elif [ $((i % 4)) -eq 3 ]; then
+      # Workers 3 and 7 add a domain each round and remove every second one again.
+      ok domain+ x x$i-$n.test --add-domain --domain-name=x$i-$n.test
+      [ $((n % 2)) -eq 1 ] || ok domain- x x$i-$p.test --remove-domain --domain-name=x$i-$p.test
     fi
     # Every fourth worker also turns c.test off and on once a round.
     if [ $((i % 4)) -eq 0 ]; then
@@ -80,7 +84,7 @@ while read -r what d name; do
   case $what in
     mailname+) want[$d/$name]=yes ;; mailname-) want[$d/$name]=no ;;
     alias+) want[$d/${name%@*}]=yes ;; alias-) want[$d/${name%@*}]=no ;;
-    dalias+|transport+) want[$d/$name]=yes ;; dalias-|transport-) want[$d/$name]=no ;;
+    dalias+|transport+|domain+) want[$d/$name]=yes ;; dalias-|transport-|domain-) want[$d/$name]=no ;;
   esac
 done < "$LOG"
 for k in "${!want[@]}"; do
@@ -90,6 +94,9 @@ for k in "${!want[@]}"; do
     a*) have=$(key "$name@$d" virtual) ;;
     d*) have=$(key "$name" virtual) ;;
     t*) have=$(key "@$name" sdd_transport_maps) ;;
+    # A domain and its standard addresses come and go together.
+    x*) have=$(key "$name" virtual_domains)
+        [ "$(key "postmaster@$name" virtual)" = "$have" ] || have=half ;;
   esac
   [ "$have" = "${want[$k]}" ] || { lost=$((lost + 1)); echo "$k: wanted ${want[$k]}, found $have" >&2; }
 done

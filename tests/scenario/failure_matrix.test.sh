@@ -7,28 +7,9 @@
 # fails: only when the later runs fail too, and then exactly when a store keeps a changed state.
 . "$MAILRIG_TESTS/scenario/rows.sh"
 
-# A stand-in over postmap and postconf that, for mailrig's own runs, counts them and fails run
-# number $SPY/fail (and every later one when $SPY/after exists).
-SPY=$MAILRIG_SANDBOX_ROOT/spy
-mkdir -p "$SPY"
-for tool in postmap postconf; do
-  cp "/usr/sbin/$tool" "$SPY/$tool.real"
-  cat > "$SPY/$tool" <<EOF2
-#!/bin/bash
-if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
-  echo "$tool \$*" >> $SPY/log
-  n=\$(wc -l < $SPY/log) fail=\$(cat $SPY/fail 2>/dev/null)
-  if [ -n "\$fail" ] && { [ "\$n" = "\$fail" ] || { [ -e $SPY/after ] && [ "\$n" -gt "\$fail" ]; }; }; then
-    case " \$* " in *' -i '*|*' -d - '*|*' -r '*) cat > /dev/null ;; esac
-    echo "$tool: fatal: injected failure" >&2
-    exit 1
-  fi
-fi
-exec $SPY/$tool.real "\$@"
-EOF2
-  chmod 755 "$SPY/$tool" && mount --bind "$SPY/$tool" "/usr/sbin/$tool"
-done
-spy_reset() { rm -f "$SPY/log" "$SPY/fail" "$SPY/after"; }
+# Every run of postmap and postconf mailrig makes is counted; `spy FIXTURE K [after]` fails the
+# K-th (and with "after" every later one).
+postmap_spy postmap postconf
 
 hosted_state() {
   mailrig_ok --add-domain --domain-name=base.test
@@ -83,14 +64,12 @@ cases=0 halves=0 criticals=0
 for m in "${matrix[@]}"; do
   IFS='|' read -r fix line half undo <<< "$m"
   read -ra args <<< "$line"
-  spy_reset; use_fixture "$fix"; states old
-  spy_reset
+  spy "$fix"; states old
   run "${args[@]}"; expect_status 0 "${args[0]} without a failure"
   runs=$(wc -l < "$SPY/log"); states new
   for ((k = 1; k <= runs; k++)); do
     for mode in one after; do
-      spy_reset; use_fixture "$fix"; spy_reset
-      echo "$k" > "$SPY/fail"; [ "$mode" = one ] || touch "$SPY/after"
+      spy "$fix" "$k" "${mode#one}"
       run "${args[@]}"
       cases=$((cases + 1))
       what="${args[0]} with run $k ($(sed -n "${k}p" "$SPY/log" | cut -c1-40)) failing ($mode)"
@@ -115,7 +94,7 @@ for m in "${matrix[@]}"; do
     done
   done
 done
-spy_reset
+spy_off
 
 # The other stores failing in turn: the Maildir rename (the target is taken), the password
 # database, the handlers database and the panel database (a table gone). Each command either
@@ -132,7 +111,7 @@ declare -A kept=([--rename-mailname+nopanel]=virtual,passwd [--turn-on-domain+no
 for m in "${matrix[@]:0:8}" "${matrix[@]:13}"; do
   IFS='|' read -r fix line half undo <<< "$m"
   read -ra args <<< "$line"
-  spy_reset; use_fixture "$fix"; states old
+  spy "$fix"; states old
   run "${args[@]}"; states new
   for b in taken nopasswd nohandlers nopanel; do
     [ "$b" != taken ] || [ "${args[0]}" = --rename-mailname ] || continue

@@ -1,6 +1,6 @@
 # kill -9 of the whole process group at random moments of a mailname rename (a rewrite of the
-# whole vmailbox and virtual tables) and of the removals, domain switches and domain alias rename
-# beside it, on a 50,000-record virtual table: every table afterwards holds exactly the records it
+# whole vmailbox and virtual tables) and of the domain additions and removals, mailname removals,
+# domain switches and domain alias rename beside it, on a 50,000-record virtual table: every table afterwards holds exactly the records it
 # held before or the ones the uninterrupted command leaves, and the next command works.
 . "$MAILRIG_TESTS/scenario/rows.sh"
 
@@ -16,6 +16,7 @@ big_state() {
     postmap -i "hash:$Q/virtual"
 }
 fixture big big_state
+fixture other 'mailrig_ok --add-domain --domain-name=other.test'
 fixture off 'mailrig_ok --turn-off-domain --domain-name=base.test'
 fixture da "panel \"INSERT INTO domainaliases (name, dom_id) VALUES ('alias1.test', 1), ('alias2.test', 1)\"
   mailrig_ok --add-domain-alias --domain-name=base.test --domain-alias-name=alias1.test --set-catchall --email=info@base.test"
@@ -24,6 +25,8 @@ W=$MAILRIG_SANDBOX_ROOT/killw
 mkdir -p "$W"
 tabs() { local t; for t in "${TABLES[@]}"; do snapshot "$t" > "$W/$t.$1"; done; }
 cases=(
+  'big|--add-domain --domain-name=other.test'
+  'big+other|--remove-domain --domain-name=other.test'
   'big|--rename-mailname --domain-name=base.test --old-mailname=info --new-mailname=office'
   'big|--remove-mailname --domain-name=base.test --mailname=info'
   'big|--remove-alias --domain-name=base.test --mailname=info --alias=sales'

@@ -360,37 +360,44 @@ lock_held_run() {
   STATUS=0; wait "$pid" || STATUS=$?
 }
 
-# --- a postmap stand-in ----------------------------------------------------------------------
+# --- a stand-in over Postfix's tools ---------------------------------------------------------
 
-# postmap_spy: puts a stand-in over postmap that, for the runs mailrig makes (not the
-# snapshots'), logs the arguments to $SPY/log and the number of password variables it sees to
-# $SPY/env, and fails the run numbered in $SPY/fail. `spy FIXTURE [K]` builds the fixture
-# first (its own runs are not counted), then forgets the logged runs; with K the K-th run of the
-# next command fails. `spy_off` lets every run succeed again.
+# postmap_spy [TOOL...]: puts a stand-in over postmap (or the tools named) that, for the runs
+# mailrig makes (not the snapshots'), logs the arguments to $SPY/log and the number of password
+# variables it sees to $SPY/env, and fails the run numbered in $SPY/fail (and every later one
+# when $SPY/after exists). `spy FIXTURE [K [after]]` builds the fixture first (its own runs
+# neither fail nor count), then forgets the logged runs; with K the K-th run of the next command fails
+# (with "after" that run and every later one). `spy_off` lets every run succeed again.
 postmap_spy() {
   SPY=$MAILRIG_SANDBOX_ROOT/spy
-  mkdir -p "$SPY" && cp /usr/sbin/postmap "$SPY/real"
-  cat > "$SPY/postmap" <<EOF
+  mkdir -p "$SPY"
+  local tool
+  for tool in "${@:-postmap}"; do
+    cp "/usr/sbin/$tool" "$SPY/$tool.real"
+    cat > "$SPY/$tool" <<EOF
 #!/bin/bash
 if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
   printf '%s\n' "\$*" >> $SPY/log
   env | grep -c '^ZVT_' >> $SPY/env
-  if [ "\$(wc -l < $SPY/log)" = "\$(cat $SPY/fail 2>/dev/null)" ]; then
+  n=\$(wc -l < $SPY/log) fail=\$(cat $SPY/fail 2>/dev/null)
+  if [ -n "\$fail" ] && { [ "\$n" = "\$fail" ] || { [ -e $SPY/after ] && [ "\$n" -gt "\$fail" ]; }; }; then
     case " \$* " in *' -i '*|*' -d - '*) cat > /dev/null ;; esac
-    echo "postmap: fatal: injected failure" >&2
+    echo "$tool: fatal: injected failure" >&2
     exit 1
   fi
 fi
-exec $SPY/real "\$@"
+exec $SPY/$tool.real "\$@"
 EOF
-  chmod 755 "$SPY/postmap" && mount --bind "$SPY/postmap" /usr/sbin/postmap
+    chmod 755 "$SPY/$tool" && mount --bind "$SPY/$tool" "/usr/sbin/$tool"
+  done
 }
 spy() {
-  use_fixture "$1"
-  rm -f "$SPY/log" "$SPY/env" "$SPY/fail"
+  spy_off; use_fixture "$1"
+  rm -f "$SPY/log" "$SPY/env" "$SPY/fail" "$SPY/after"
   [ -z "${2:-}" ] || echo "$2" > "$SPY/fail"
+  [ -z "${3:-}" ] || touch "$SPY/after"
 }
-spy_off() { rm -f "$SPY/fail"; }
+spy_off() { rm -f "$SPY/fail" "$SPY/after"; }
 
 # --- the prepared server ---------------------------------------------------------------------
 
