@@ -22,10 +22,10 @@ cd "$asan"
 status=0
 # Left to the first run: the kill and concurrency scenarios (timing properties that the
 # sanitizers' slowdown only stretches, on code paths the other scenarios run), the package and
-# the generated docs (an instrumented build is never shipped), the two long tables of refused
+# the generated docs (an instrumented build is never shipped), the long table of refused
 # values (each stops at the name checks, which the option-values fuzz target runs under the same
 # sanitizers), and the fuzz targets (clang builds them instrumented already).
-skip='^(scenario_(kill_rewrites|concurrency_mixed|package|help_docs|domain_names|hostile_inputs)|fuzz_.*)$'
+skip='^(scenario_(kill_rewrites|concurrency_mixed|package|help_docs|hostile_inputs)|fuzz_.*)$'
 ctest --output-on-failure -j"$(nproc)" -E "$skip" "$@" || status=$?
 reports=$(find "$asan/sanitizer" -type f 2>/dev/null | sort)
 if [ -n "$reports" ]; then

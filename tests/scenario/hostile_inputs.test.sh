@@ -1,6 +1,7 @@
-# Hostile values in every name, address, path, IP, number and free-text option of the mailname,
-# alias, redirect, attachment, handler, service and settings commands: each is refused with a
-# clear error before any store changes (the row checks every store byte for byte).
+# Hostile values in every name, address, path, IP, number and free-text option of the domain,
+# mailname, alias, redirect, attachment, handler, service and settings commands: each is refused
+# with a clear error before any store changes (the row checks every store byte for byte), or acts
+# on the one lower-case ASCII name it stands for.
 . "$MAILRIG_TESTS/scenario/rows.sh"
 
 hosted_state() {
@@ -48,6 +49,33 @@ try() { # try FIXTURE REGEX ARGS...: the command is refused as REGEX says; no st
   n=$((n + 1))
 }
 NAMEERR='(^Fatal error: (std::invalid_argument|quelt::idn::IdnaError)|invalid|is not specified|for option|^Unable to)'
+
+# Domains through the five domain commands: every value through the two that create and delete
+# trees, every fourth through the others, which share the same parse.
+refused=(
+  "‥/‥/‥/etc/victim" "․․" "‥"
+  . .. ... / /etc /etc/victim ../etc ../../etc/victim base.test/ base.test/info ./base.test
+  base.test/.. 'base.test/../..' '~root'
+  $'inj.test\nroot@base.test attacker@evil.example' $'base.test\n' $'\nbase.test' $'a.test\rb.test'
+  'gmail.com hijack' ' base.test' 'base.test ' $'tab\there.test' $'base.test\t'
+  '"q.test' "q'.test" 'q\.test' '#x.test' 'x#.test' '$(reboot).test' '`id`.test' 'a;b.test'
+  'a|b.test' 'a&b.test' 'a*b.test' 'a?b.test' 'a%b.test' 'a_b.test' 'a@b.test' 'a:b.test'
+  'a,b.test' 'a=b.test' 'a+b.test' 'a!b.test' '[::1]' 'a/b' '@base.test' 'info@base.test'
+  $'\x01a.test' $'a\x1f.test' $'a\x7f.test' $'a\x1b[31m.test' $'\xff.test' $'b\xc3.test' $'\xc0\xae\xc0\xae'
+  -x.test x-.test base.test. .base.test base..test 'xn--.test'
+  "$(printf 'a%.0s' {1..64}).test" "$(printf 'abcdefghi.%.0s' {1..25})test"
+  -- --help '-'
+)
+for cmd in --add-domain --remove-domain --turn-on-domain --turn-off-domain --set-domain-disk-quota; do
+  extra=(); [ "$cmd" = --set-domain-disk-quota ] && extra=(--disk-quota=5)
+  step=1; case $cmd in --turn-*|--set-*) step=4 ;; esac
+  for ((i = 0; i < ${#refused[@]}; i += step)); do
+    try hosted 'Fatal error: (std::invalid_argument\(invalid domain name|quelt::idn::IdnaError)' \
+      "$cmd" "--domain-name=${refused[i]}" "${extra[@]}"
+  done
+  # An empty name given as a word of its own (attached to "=" it is an option error).
+  try hosted "Fatal error: std::invalid_argument\\(invalid domain name ''\\)" "$cmd" --domain-name '' "${extra[@]}"
+done
 
 # Mailnames: every value through the commands that create or move trees, every fifth through
 # the others, which share the same check.
@@ -122,6 +150,8 @@ row hosted 0 "handlers +handlers|1|4|1|5|f'); DROP TABLE handlers; --|all|/bin/f
   --handler-name="f'); DROP TABLE handlers; --" --priority=5 --executable=/bin/f --context=c --handler-type=global --hook=before-queue
 # Numbers outside their type, or not numbers.
 for v in 9223372036854775808 -9223372036854775809 99999999999999999999 abc 1e5 '' ' 5' 5k 0x10; do
+  try hosted "for option '--disk-quota'" --set-domain-disk-quota --domain-name=base.test --disk-quota="$v"
+  try hosted "for option '--disk-quota'" --add-domain --domain-name=new.test --disk-quota="$v"
   try hosted "for option '--disk-quota'" --add-mailname --domain-name=base.test --mailname=info2 --disk-quota="$v"
   try hosted "for option '--disk-quota'" --set-mailbox-disk-quota --domain-name=base.test --mailname=info --disk-quota="$v"
   try hosted "for option '--size'" --set-max-letter-size --size="$v"
@@ -157,6 +187,37 @@ for v in --domain-name=x.test '--mailname=../x' --disk-quota=5 '--rm -rf /'; do
   try hosted "unrecognised option|unrecognized option|invalid|too many positional" --features "$v"
 done
 
+# Another spelling of a name acts on the one lower-case ASCII name it stands for.
+std_lines() { # the standard addresses of $1 as snapshot lines with a sign
+  for w in anonymous drweb kluser mailer-daemon postmaster root; do
+    printf 'virtual %s%s@%s\t%s@localhost.localdomain\n' "$1" "$w" "$2" "$w"
+  done
+}
+added="virtual_domains +new.test	new.test/
+$(std_lines + new.test)
+tree +new.test/ popuser:popuser 750
+signals +trivial-rewrite INT"
+for spelling in NEW.TEST New.Test "new｡test" "ｎｅｗ.test" "NEW．TEST" \
+    $'ne\xc2\xadw.test'; do
+  row hosted 0 "$added" --add-domain "--domain-name=$spelling"
+done
+# A slash look-alike is a letter to IDNA: the name becomes one harmless punycode label.
+row hosted 0 "virtual_domains +xn--basetest-h03d	xn--basetest-h03d/
+$(std_lines + xn--basetest-h03d)
+tree +xn--basetest-h03d/ popuser:popuser 750
+signals +trivial-rewrite INT" --add-domain "--domain-name=base⁄test"
+
+removed="virtual_domains -base.test	base.test/
+$(std_lines - base.test)
+tree *
+passwd *
+handlers -handlers|2|1|1|10|h|info@base.test|/bin/true|none"
+for spelling in BASE.TEST Base.Test "ｂａｓｅ.test"; do
+  row hosted 0 "$removed" --remove-domain "--domain-name=$spelling"
+done
+
+[ ! -e /etc/victim ] || fail "a hostile name reached /etc/victim"
+[ -d /var/qmail/mailnames ] || fail "the mail root is gone"
 echo "hostile inputs tried: $n"
-[ "$n" -ge 300 ] || { echo "too few hostile inputs: $n" >&2; exit 1; }
+[ "$n" -ge 600 ] || { echo "too few hostile inputs: $n" >&2; exit 1; }
 finish
