@@ -145,6 +145,9 @@ row fresh 0 'stdout =' -z
 for i in 1 2 3 4 5; do listening 143 && break; sleep 1; /etc/init.d/courier-imap start >/dev/null 2>&1; done
 row fresh 0 'stdout =' --start-milter
 row fresh 0 'stdout = is running' --status-milter
+milter=$(cat /var/tmp/pc-remote.pid)
+row fresh 0 'stdout =' --restart-milter
+WHAT="restarted milter" check [ "$(cat /var/tmp/pc-remote.pid)" != "$milter" ]
 row fresh 0 'stdout = .' -l
 row fresh 0 'stdout = mta is running\npop3 is running\npop3s is running\nimap is running\nimaps is running\nmilter is running' --status-service
 echo stop > /etc/pc-remote.fail
@@ -152,6 +155,9 @@ row fresh 1 'stdout = Service /etc/init.d/pc-remote failed to stop' --stop-servi
 row fresh 255 'stdout = Service /etc/init.d/pc-remote failed to stop' --stop-milter
 row no_restart 0 'stdout =' --stop-service --mail-component=milter --mail-component=imap
 WHAT="NO_RESTART_DAEMON leaves courier" check eventually listening 143
+row fresh 0 'stdout =' -t
+WHAT="imapd stopped by -t" check eventually not_listening 143
+/etc/init.d/courier-imap start >/dev/null 2>&1
 rm /etc/pc-remote.fail
 mv /etc/init.d/pc-remote /etc/init.d/pc-remote.away
 row fresh 255 "stdout = Unable to find start/stop script for 'pc-remote'" --start-milter
