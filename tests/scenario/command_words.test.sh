@@ -2,7 +2,7 @@
 # and none runs another word's handler. Words that take options show their own help; the
 # retired handler words say their own message. The legacy service words take no options and act
 # at once: which function each reaches is checked by unit_front, what each does by the services
-# scenario, against a real Postfix and Courier-IMAP.
+# scenario, against a real Postfix and Courier-IMAP. Words outside the list are invalid commands.
 . "$MAILRIG_TESTS/scenario/lib.sh"
 
 words_of() { # the command words of help lines, "-p, --start-smtpd" giving both, one row a line
@@ -20,14 +20,15 @@ LEGACY='^(-[a-z]|--(start|stop|restart|status)-(smtpd|qmail-send|maild|milter)|-
 
 # --- every row -------------------------------------------------------------------------------
 
-usage=$(cat "$MAILRIG_TESTS/scenario/golden/usage-short.txt")
+usage=$(cat "$MAILRIG_TESTS/scenario/golden/usage-short.txt"; echo x); usage=${usage%x}
 legacy=0 options=0
 while read -r word long; do
   for w in $word $long; do
     case $w in
-      -h|--help) run "$w"; expect_eq "$STATUS $(cat "$OUT")" "0 $usage" "$w" ;;
+      -h|--help) run "$w"; expect_status 0 "$w"; expect_stdout "$usage" "$w" ;;
       --help-commands|--help-legacy)
-        run "$w"; expect_same_file "$OUT" "$MAILRIG_TESTS/scenario/golden/${w#--}.txt" "$w" ;;
+        run "$w"; expect_same_file "$OUT" "$MAILRIG_TESTS/scenario/golden/${w#--}.txt" "$w"
+        expect_stderr "" "$w stderr" ;;
       --update-handler)
         run "$w" --help
         expect_eq "$STATUS $(cat "$ERR")" "1 ERROR: this action is deprecated. Please use the hookwarden utlitity" "$w" ;;
@@ -50,5 +51,22 @@ while read -r word long; do
   done
 done <<< "$legacy_rows"
 expect_eq "$legacy $options" "28 55" "legacy service words and words with options"
+
+# --- no word, or one not in the list ----------------------------------------------------------
+
+run
+expect_status 1 "no argument"
+expect_stderr "Error: no command specified
+$usage" "no argument"
+expect_stdout "" "no argument stdout"
+# Unknown words, short options not in the table, a value glued to a command word, an option
+# before the command and an abbreviation are all invalid commands.
+for word in --bogus -x --help-commands=yes --help-comm; do
+  run "$word" --help-commands
+  expect_status 1 "$word"
+  expect_stderr "Error: invalid command $word
+$usage" "$word"
+  expect_stdout "" "$word stdout"
+done
 
 finish
