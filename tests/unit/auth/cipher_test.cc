@@ -71,30 +71,24 @@ TEST_F(CipherTest, StoredFormDecryptsBackAndDiffersEachTime)
     }
 }
 
-TEST_F(CipherTest, FixedIvMatchesOpensslCommandAndDecryptsBack)
+// The padded form under the password key, and the zero-filled form of the plain cipher name.
+TEST_F(CipherTest, FixedIvMatchesOpensslCommand)
 {
     const std::string iv = "0123456789abcdef";
-    for (const std::string plain : {"", "x", "password", "exactly16bytes!!", "a longer password with blanks, 33"}) {
-        const auto text = quelt_cipher_crypt(plain, "$AES-256-CBC:PKCS$" + b64_encode(iv));
-        ASSERT_TRUE(text) << plain;
-        EXPECT_EQ(*text, "$AES-256-CBC:PKCS$" + b64_encode(iv) + "$" + opensslEncrypt(dir_, plain, fixedKey(7), iv, false))
-            << plain;
-        EXPECT_EQ(mail_aes_decrypt(text->c_str()), std::optional<std::string>(plain)) << plain;
+    const std::string spec = "$AES-256-CBC:PKCS$" + b64_encode(iv);
+    for (const std::string plain : {"", "password", "exactly16bytes!!", "a longer password with blanks, 33"}) {
+        const auto text = quelt_cipher_crypt(plain, spec);
+        EXPECT_EQ(text.value_or("-"), spec + "$" + opensslEncrypt(dir_, plain, fixedKey(7), iv, false)) << plain;
+        EXPECT_EQ(mail_aes_decrypt(text.value_or("-").c_str()).value_or("-"), plain) << plain;
     }
-}
 
-TEST(CipherZeroPadding, MatchesOpensslOnZeroFilledBlocks)
-{
-    TempDir dir;
-    writeFile(dir.file("key"), fixedKey(3));
-    ASSERT_TRUE(quelt_cipher_init("AES-256-CBC", dir.file("key")));
-    const std::string iv(16, '\x5a');
+    ASSERT_TRUE(quelt_cipher_init("AES-256-CBC", dir_.file("key")));
     for (const std::string plain : {"", "abc", "exactly16bytes!!", "seventeen bytes.."}) {
         std::string filled = plain;
         filled.append(plain.empty() ? 16 : (16 - plain.size() % 16) % 16, '\0');
         const auto text = quelt_cipher_crypt(plain, "$AES-256-CBC$" + b64_encode(iv));
-        ASSERT_TRUE(text) << plain;
-        EXPECT_EQ(split(*text).data, opensslEncrypt(dir, filled, fixedKey(3), iv, true)) << plain;
+        EXPECT_EQ(split(text.value_or("$-$-$-")).data, opensslEncrypt(dir_, filled, fixedKey(7), iv, true))
+            << plain;
     }
     quelt_cipher_cleanup("AES-256-CBC");
 }
@@ -122,18 +116,14 @@ TEST_F(CipherTest, ForeignDamagedOrWronglyKeyedTextDoesNotDecrypt)
     EXPECT_NE(mail_aes_decrypt(text->c_str()), std::optional<std::string>("pw"));
 }
 
-TEST(CipherKeys, ShortOrMissingKeyFileOrUnknownCipherFailsWithMessages)
+TEST(CipherKeys, ShortKeyFileOrUnknownCipherFailsWithMessages)
 {
     TempDir dir;
-    const std::string shortKey = dir.file("short"), missing = dir.file("missing");
+    const std::string shortKey = dir.file("short");
     writeFile(shortKey, std::string(31, 'k'));
-    const std::pair<std::string, std::string> cases[] = {
-        {shortKey, "Failed to read entire encryption key from '" + shortKey + "': Success (0)\n"},
-        {missing, "Can't read encryption key from '" + missing + "': No such file or directory (2)\n"},
-    };
-    for (const auto& [path, first] : cases)
-        EXPECT_EQ(stderrOf([&] { EXPECT_FALSE(mail_aes_init(path)) << path; }),
-                  first + "Failed to initialize encryption cipher 'AES-256-CBC:PKCS' with key '" + path + "'\n");
+    EXPECT_EQ(stderrOf([&] { EXPECT_FALSE(mail_aes_init(shortKey)); }),
+              "Failed to read entire encryption key from '" + shortKey + "': Success (0)\n"
+              "Failed to initialize encryption cipher 'AES-256-CBC:PKCS' with key '" + shortKey + "'\n");
     EXPECT_FALSE(mail_aes_encrypt("pw")) << "no context may be left behind";
 
     writeFile(dir.file("key"), fixedKey(0));

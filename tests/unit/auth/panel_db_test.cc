@@ -1,5 +1,6 @@
-// The panel database on a real MariaDB server (sandbox/mariadb.sh): connection, lookups,
-// escaping, the misc settings, and password changes spread over aliases.
+// The panel database on a real MariaDB server (sandbox/mariadb.sh), where the commands' rows do
+// not reach: escaping behind the name checks, the password file's forms, the misc settings'
+// exact values, failures of one alias or of a lost connection.
 #include "auth/panel_db.h"
 
 #include <gtest/gtest.h>
@@ -20,9 +21,8 @@ std::vector<std::string> sorted(const StringList& list)
     return out;
 }
 
-// Panel rows: main.test (aliases alias1.test, alias2.test; mailnames info and sales, sales with
-// the mail aliases shop and store), plain.test (mailname solo, no aliases), and a domain whose
-// name holds a quote and a backslash.
+// Panel rows: main.test with the aliases alias1.test and alias2.test, and a domain whose name
+// holds a quote and a backslash, with an alias of its own.
 class PanelTest : public PasswdDbFixture {
 protected:
     void SetUp() override
@@ -30,15 +30,11 @@ protected:
         PasswdDbFixture::SetUp();
         panel_ = db_connect();
         ASSERT_TRUE(panel_) << "the sandbox's MariaDB server is not reachable";
-        for (const char* table : {"domains", "domainaliases", "mail", "mail_aliases", "Limits", "misc"})
+        for (const char* table : {"domains", "domainaliases", "misc"})
             sql(std::string("DELETE FROM ") + table);
-        sql("INSERT INTO domains (id, name, limits_id) VALUES (1, 'main.test', 5), (2, 'plain.test', NULL), "
-            "(3, 'o\\'hara\\\\x.test', NULL)");
+        sql("INSERT INTO domains (id, name) VALUES (1, 'main.test'), (3, 'o\\'hara\\\\x.test')");
         sql("INSERT INTO domainaliases (name, dom_id) VALUES ('alias1.test', 1), ('alias2.test', 1), "
             "('quoted-alias.test', 3)");
-        sql("INSERT INTO mail (id, mail_name, dom_id) VALUES (10, 'info', 1), (11, 'sales', 1), (12, 'solo', 2)");
-        sql("INSERT INTO mail_aliases (mn_id, alias) VALUES (11, 'shop'), (11, 'store')");
-        sql("INSERT INTO Limits (id, limit_name, value) VALUES (5, 'mbox_quota', '1048576')");
         sql("INSERT INTO misc (param, val) VALUES ('message_submission', 'true'), ('capital', 'True'), "
             "('digit', '1')");
     }
@@ -54,14 +50,13 @@ protected:
 TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
 {
     EXPECT_EQ(mysql_real_escape_entity(panel_.get(), "a'b\\c\"d"), "a\\'b\\\\c\\\"d");
-    EXPECT_EQ(mysql_real_escape_entity(nullptr, "it's"), "it\\'s");
     EXPECT_EQ(mysql_escape_mail_entity(panel_.get(), "b\xc3\xbc" "cher.test"), std::optional<std::string>("xn--bcher-kva.test"));
     EXPECT_EQ(mysql_escape_mail_entity(panel_.get(), "o'x.test"), std::optional<std::string>("o\\'x.test"));
 
     StringList list;
     ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "o'hara\\x.test"), 0);
     EXPECT_EQ(sorted(list), std::vector<std::string>{"quoted-alias.test"});
-    for (const char* attack : {"x' OR '1'='1", "x\\' OR 1=1 -- ", "' UNION SELECT name FROM domains -- "}) {
+    for (const char* attack : {"x' OR '1'='1", "x\\' OR 1=1 -- "}) {
         ASSERT_EQ(get_domaliases_by_domain(nullptr, list, attack), 0) << attack;
         EXPECT_FALSE(list) << attack;
         ASSERT_EQ(get_aliases_by_mailname(nullptr, list, attack, attack), 0) << attack;
@@ -75,9 +70,6 @@ TEST_F(PanelTest, ConnectionReadsTheFirstLineOfThePasswordFile)
     const std::string password = saved.substr(0, saved.find('\n'));
     const std::pair<std::string, std::string> cases[] = {
         {password, ""},  // no line end: used whole
-        {password + "\n\n", ""},
-        {password + "x\n", "Unable to connect to Quelt Database: Access denied for user 'admin'@'localhost' "
-                           "(using password: YES)"},
         {"", "Unable to read admin password file: Success"},
     };
     for (const auto& [content, failure] : cases) {
@@ -130,35 +122,6 @@ TEST_F(PanelTest, ConnectionStreamEscapesValuesAndRejectsDuplicateFields)
     EXPECT_EQ(thrownWhat<quelt::mysql::mError>([&] { result.fetch(row); }), "duplicated field a in query");
 }
 
-TEST_F(PanelTest, DomainAliasAuthRecords)
-{
-    ASSERT_EQ(set_mass_postbox_passwd("sales", "main.test", std::string("pw"), kMailAuthUserDisabled), 1);
-    ASSERT_EQ(mailAuthSet("info", "main.test", std::string("{X}h"), kMailAuthHashed), 0);
-    ASSERT_EQ(mailAuthSet("solo", "plain.test", std::string("pw"), 0), 0);
-
-    EXPECT_EQ(add_domain_auth_alias("o'hara\\x.test", "new-alias.test"), 0) << "a domain without mailnames";
-    EXPECT_EQ(add_domain_auth_alias_for(std::nullopt, "main.test", "new-alias.test"), 0);
-    EXPECT_EQ(add_domain_auth_alias_for(std::vector<std::string>{}, "main.test", "new-alias.test"), 1);
-    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'new-alias.test'"),
-              std::vector<std::string>{"0"});
-
-    EXPECT_EQ(add_domain_auth_alias("main.test", "new-alias.test"), 1);
-    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "info", "new-alias.test"), "{X}h");
-    EXPECT_EQ(column("u.userPassword", "shop", "new-alias.test"), column("u.userPassword", "shop", "main.test"));
-    EXPECT_EQ(column("u.status", "sales", "new-alias.test"), "1");
-
-    // Known to the panel: the alias domain goes, and the mail aliases' rows under it.
-    EXPECT_EQ(rm_domain_auth_alias("alias1.test"), 0);
-    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains WHERE name = 'alias1.test'"),
-              std::vector<std::string>{"0"});
-    // Unknown to the panel: only the alias domain's own rows go.
-    EXPECT_EQ(rm_domain_auth_alias("new-alias.test"), 0);
-    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM users u, domains d WHERE u.dom_id = d.id AND d.name IN "
-                            "('new-alias.test', 'alias1.test')"),
-              std::vector<std::string>{"0"});
-    EXPECT_EQ(users().size(), 4u + 3u + 1u) << "main.test and alias2.test keep theirs, plain.test its own";
-}
-
 TEST_F(PanelTest, FailingActionStopsAndReports)
 {
     const std::string err = stderrOf([] {
@@ -187,10 +150,6 @@ TEST_F(PanelTest, LostConnectionMakesLookupsFail)
     EXPECT_NE(err.find("Failed to exec query, Error: "), std::string::npos) << err;
     EXPECT_NE(err.find("\nUnable to get domain aliases from database for: main.test\n"), std::string::npos) << err;
 
-    quelt::mysql::Connection connection(victim.get());
-    const std::string err2 = stderrOf(
-        [&] { EXPECT_TRUE(quelt::mail::restore::getBoolMiscParamSafe("message_submission", connection, true)); });
-    EXPECT_EQ(err2.rfind("Warning: MySQL Error on Mail Authentication Type query: MySQL error ", 0), 0u) << err2;
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The password database on a real SQLite file: what the commands' rows cannot reach (clones
-// with their flags, a domain rename, read access), failures, and a writer that meets another
-// process's lock.
+// The password database on a real SQLite file: what the commands' rows cannot reach (a domain
+// rename, read access, a missing key), and a writer that meets another process's lock.
 #include "auth/passwd_db.h"
 
 #include <gtest/gtest.h>
@@ -18,26 +17,6 @@ namespace {
 
 using PasswdDbTest = PasswdDbFixture;
 
-TEST_F(PasswdDbTest, CloneKeepsStoredTextAndFlags)
-{
-    ASSERT_EQ(mailAuthSet("enc", "src.test", std::string("pw"), kMailAuthUserDisabled | kMailAuthDomainDisabled), 0);
-    ASSERT_EQ(mailAuthSet("hash", "src.test", std::string("$1$hash"), kMailAuthHashed), 0);
-    ASSERT_EQ(mailAuthClone("enc", "src.test", "enc", "alias.test"), 0);
-    ASSERT_EQ(mailAuthClone("hash", "src.test", "copy", "alias.test"), 0);
-
-    EXPECT_EQ(column("u.userPassword", "enc", "alias.test"), column("u.userPassword", "enc", "src.test"));
-    EXPECT_EQ(column("u.cmusaslsecretPLAIN", "copy", "alias.test"), "$1$hash");
-    EXPECT_EQ(column("u.userPassword", "copy", "alias.test"), "NULL");
-    EXPECT_EQ(users(), (std::vector<std::string>{"copy@alias.test|0|1", "enc@alias.test|1|1", "enc@src.test|1|1",
-                                                 "hash@src.test|0|1"}));
-
-    const auto before = users();
-    EXPECT_EQ(mailAuthClone("nobody", "src.test", "nobody", "alias.test"), 0);
-    EXPECT_EQ(mailAuthClone("enc", "nowhere.test", "enc", "other.test"), 0);
-    EXPECT_EQ(users(), before);
-    EXPECT_EQ(rows(dbPath_, "SELECT count(*) FROM domains"), std::vector<std::string>{"2"});
-}
-
 // Removals and mailname renames are the commands' rows; a domain rename has no command yet.
 TEST_F(PasswdDbTest, DomainRenameAndUnknownDomains)
 {
@@ -51,7 +30,7 @@ TEST_F(PasswdDbTest, DomainRenameAndUnknownDomains)
               std::vector<std::string>{"0"});
 }
 
-TEST_F(PasswdDbTest, MissingKeyOrDatabaseFailsTheRegistration)
+TEST_F(PasswdDbTest, MissingKeyFailsTheRegistration)
 {
     ::unlink(keyPath_.c_str());
     const std::string err = stderrOf([] { EXPECT_EQ(mailAuthSet("info", "example.com", std::string("pw"), 0), -1); });
@@ -59,11 +38,6 @@ TEST_F(PasswdDbTest, MissingKeyOrDatabaseFailsTheRegistration)
               std::string::npos)
         << err;
     EXPECT_TRUE(users().empty());
-
-    const std::string path = dir_.file("no/such/dir/passwd.db");
-    mailAuthDBSetPath(path);
-    EXPECT_EQ(stderrOf([] { EXPECT_EQ(mailAuthSet("info", "example.com", std::string("pw"), kMailAuthHashed), -1); }),
-              "Unable to open database " + path + ": unable to open database file\n");
 }
 
 TEST_F(PasswdDbTest, ReadAccessDecryptsAndSkipsEmptyRows)
@@ -84,13 +58,7 @@ TEST_F(PasswdDbTest, ReadAccessDecryptsAndSkipsEmptyRows)
     seen.clear();
     ASSERT_EQ(mailAuthCheckShort("b", collect), 0);
     EXPECT_EQ(seen.size(), 2u);
-
-    seen.clear();
-    EXPECT_EQ(mailAuthCheck("b@z.test", collect), 0);
-    EXPECT_EQ(seen, std::vector<std::string>{"b@z.test plain 2"});
     EXPECT_EQ(mailAuthCheck("b@z.test", [](const std::string&, const std::string&, int) { return 7; }), 7);
-    EXPECT_EQ(mailAuthIterateAll([](const std::string&, const std::string&, int) { return 5; }), 5);
-
     EXPECT_EQ(stderrOf([&] {
                   EXPECT_EQ(mailAuthCheck("no-at-sign", collect), -1);
                   EXPECT_EQ(mailAuthCheck("c@z.test", collect), -1);

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "auth/cipher.h"
 #include "auth/passwd_db.h"
 #include "auth/sqlite_db.h"
 #include "key_files.h"
@@ -31,19 +30,6 @@ protected:
     {
         return rows(dbPath_, "SELECT u.name || '@' || d.name, u.status, d.status FROM users u, domains d "
                              "WHERE u.dom_id = d.id ORDER BY d.name, u.name");
-    }
-    std::string column(const std::string& column, const std::string& mailname, const std::string& domain)
-    {
-        const auto found = rows(dbPath_, "SELECT " + column + " FROM users u, domains d WHERE u.dom_id = d.id AND "
-                                             "u.name = '" + mailname + "' AND d.name = '" + domain + "'");
-        return found.size() == 1 ? found[0] : "rows: " + std::to_string(found.size());
-    }
-    std::string decrypt(const std::string& stored)
-    {
-        mail_aes_init(keyPath_);
-        const auto plain = mail_aes_decrypt(stored.c_str());
-        mail_aes_cleanup();
-        return plain ? *plain : "(undecryptable)";
     }
 
     TempDir dir_;

@@ -1,9 +1,9 @@
-// The command table against the help list: every row's words reach one handler of that row's
-// own, and the legacy service words, which take no options and so show no help naming them,
-// reach the functions their rows name.
+// The command table against the help list: every row's words reach one handler and the table
+// holds no word the help does not list (that rows reach their own handlers is the command-words
+// scenario's); the legacy service words, which take no options and so show no help naming
+// them, reach the functions their rows name.
 #include <gtest/gtest.h>
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -28,10 +28,9 @@ std::vector<std::string> wordsOf(const char* command)
 
 }  // namespace
 
-TEST(CommandTable, EveryHelpRowHasAHandlerOfItsOwn)
+TEST(CommandTable, EveryHelpRowHasOneHandlerAndNoWordIsUnlisted)
 {
     const mc::CommandTable table = mc::buildCommandTable();
-    std::set<mc::CommandHandler> handlers;
     std::size_t words = 0;
     for (const mc::CommandDescription& row : mc::commandDescriptions) {
         const std::vector<std::string> rowWords = wordsOf(row.command);
@@ -42,7 +41,6 @@ TEST(CommandTable, EveryHelpRowHasAHandlerOfItsOwn)
             ASSERT_NE(found, table.end()) << word << " is an invalid command";
             EXPECT_EQ(found->second, first->second) << word << " and " << rowWords.front() << " differ";
         }
-        EXPECT_TRUE(handlers.insert(first->second).second) << row.command << " reaches another row's handler";
         words += rowWords.size();
     }
     EXPECT_EQ(table.size(), words) << "the table holds words the help does not list";

