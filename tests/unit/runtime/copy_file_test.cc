@@ -1,13 +1,10 @@
-// Copying files, finding a process by its executable, and the feature line printer.
+// Copying a file: its content and mode, and a missing source.
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <climits>
 
 #include <gtest/gtest.h>
 
 #include "runtime/copy_file.h"
-#include "runtime/proc_info.h"
 #include "support/capture.h"
 #include "support/io.h"
 
@@ -30,21 +27,6 @@ TEST(CopyFile, CopiesContentAndModeAndFailsOnAMissingSource)
     const std::string err = stderrOf([] { EXPECT_EQ(copy_file("/tmp/no-such-source", "/tmp/copy-dst"), 1); });
     EXPECT_EQ(err.rfind("Unable to open file /tmp/no-such-source: No such file or directory\n", 0), 0u) << err;
     EXPECT_TRUE(readFile("/tmp/copy-dst") == content);
-}
-
-TEST(CopyFile, AtomicCopyTakesOwnerGroupAndModeOrEndsTheProcess)
-{
-    writeFile("/tmp/atomic-src", "payload\n");
-    writeFile("/tmp/atomic-dst", "old\n");
-    copy_file_atomic("/tmp/atomic-src", "/tmp/atomic-dst", 65534, 65534, 0600);
-    EXPECT_EQ(readFile("/tmp/atomic-dst"), "payload\n");
-    struct stat info {};
-    ASSERT_EQ(::stat("/tmp/atomic-dst", &info), 0);
-    EXPECT_EQ(info.st_uid, 65534u);
-    EXPECT_EQ(info.st_gid, 65534u);
-    EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EXIT(copy_file_atomic("/tmp/no-such-source", "/tmp/atomic-dst", 0, 0, 0600), ::testing::ExitedWithCode(1),
-                "copy_file_atomic\\(/tmp/no-such-source -> /tmp/atomic-dst\\): open failed");
 }
 
 }  // namespace

@@ -53,13 +53,6 @@ inline std::string popuserOwns(const std::string& path, mode_t mode)
     return "ok";
 }
 
-inline mode_t currentUmask()
-{
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return mask;
-}
-
 // A maildirsize usage line.
 inline std::string usageLine(long long bytes, unsigned long long count)
 {
