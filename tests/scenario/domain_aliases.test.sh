@@ -41,12 +41,6 @@ fixture a2 "panel \"INSERT INTO domainaliases (name, dom_id) VALUES ('alias2.exa
 
 # --- expected lines --------------------------------------------------------------------------
 
-std() { # SIGN NAME: the six standard addresses of NAME
-  local w
-  for w in postmaster mailer-daemon root anonymous drweb kluser; do
-    echo "virtual $1$w@$2$T$w@localhost.localdomain"
-  done
-}
 # records SIGN ALIAS: what example.com's alias ALIAS is in virtual, its policy aside.
 records() {
   std "$1" "$2"

@@ -174,6 +174,14 @@ snapshot_all() {
   } | sort > "$out"
 }
 
+# std SIGN DOMAIN: the six standard addresses of DOMAIN as EXPECT lines of virtual.
+std() {
+  local w
+  for w in postmaster mailer-daemon root anonymous drweb kluser; do
+    printf 'virtual %s%s@%s\t%s@localhost.localdomain\n' "$1" "$w" "$2" "$w"
+  done
+}
+
 # --- fixtures --------------------------------------------------------------------------------
 
 declare -A FIXTURES=()
