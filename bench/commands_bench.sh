@@ -310,18 +310,6 @@ bare_rewrite() {
   mv "$text.db" "$Q/virtual.db"
   rm -f "$text"
 }
-cat > "$work/remove.awk" <<'AWK'
-function keep(e) { return !(e == D || (length(e) > length(D) + 1 && substr(e, length(e) - length(D)) == "@" D)) }
-{
-  p = match($0, /[ \t]/)
-  key = substr($0, 1, p - 1); val = substr($0, p + 1)
-  gsub(/^[ \t]+|[ \t]+$/, "", val)
-  if (!keep(key) || val == "") next
-  n = split(val, el, /[, \t\n\v\f\r]+/); out = ""
-  for (i = 1; i <= n; i++) if (el[i] != "" && keep(el[i])) out = out (out == "" ? "" : ", ") el[i]
-  if (out != "") print key " " out
-}
-AWK
 
 rewrite() {
   local n name rss
@@ -335,7 +323,7 @@ rewrite() {
   for n in $rewrite_sizes; do
     build_state "$n" 0
     for name in $REWRITE_COMMANDS; do
-      if [ "$name" = remove-domain ]; then FILTER=(mawk -v D=$D -f "$work/remove.awk")
+      if [ "$name" = remove-domain ]; then FILTER=(mawk -v D=$D -f "$top/bench/remove_domain.awk")
       else FILTER=(sed 's/\(^\|[ ,]\)info@example\.com\([ ,]\|$\)/\1office@example.com\2/g'); fi
       local -a ours=() theirs=() floor=() rsses=() ours_cpu=() theirs_cpu=() floor_cpu=()
       local rounds=$runs
