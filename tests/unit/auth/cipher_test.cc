@@ -86,7 +86,8 @@ TEST_F(CipherTest, FixedIvMatchesOpensslCommand)
     ASSERT_TRUE(quelt_cipher_init("AES-256-CBC", dir_.file("key")));
     const auto text = quelt_cipher_crypt("abc", "$AES-256-CBC$" + b64_encode(iv));
     const std::string filled = std::string("abc") + std::string(13, '\0');
-    EXPECT_EQ(split(text.value_or("$-$-$-")).data, opensslEncrypt(dir_, filled, fixedKey(7), iv, true));
+    const std::string referee = opensslEncrypt(dir_, filled, fixedKey(7), iv, true);
+    EXPECT_EQ(split(text.value_or("$-$-$-")).data, referee);
     quelt_cipher_cleanup("AES-256-CBC");
 }
 

@@ -135,8 +135,8 @@ TEST_F(DomainManagerTest, RenameSucceedsOrLeavesEverythingAsItWas)
         else
             spy_->failRun(n, "postmap: fatal: injected failure\n");
         const Snapshot want = snapshot();
-        const auto rename = [] { EXPECT_ANY_THROW(DomainManager::renameDomain("old.test", "new.test")); };
-        const std::string err = stderrOf(rename);
+        const std::string err =
+            stderrOf([] { EXPECT_ANY_THROW(DomainManager::renameDomain("old.test", "new.test")); });
         EXPECT_EQ(snapshot(), want) << what;
         EXPECT_EQ(err.find("CRITICAL"), std::string::npos) << what << ": " << err;
     }
