@@ -5,21 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "auth/mysql_connection.h"
 #include "auth/panel_passwd.h"
 #include "passwd_fixture.h"
 #include "support/capture.h"
 
 namespace {
-
-std::vector<std::string> sorted(const StringList& list)
-{
-    std::vector<std::string> out = list ? *list : std::vector<std::string>{"(no list)"};
-    std::sort(out.begin(), out.end());
-    return out;
-}
 
 // Panel rows: main.test with the aliases alias1.test and alias2.test, and a domain whose name
 // holds a quote and a backslash, with an alias of its own.
@@ -55,7 +46,7 @@ TEST_F(PanelTest, QuotesAndBackslashesCannotChangeAQuery)
 
     StringList list;
     ASSERT_EQ(get_domaliases_by_domain(nullptr, list, "o'hara\\x.test"), 0);
-    EXPECT_EQ(sorted(list), std::vector<std::string>{"quoted-alias.test"});
+    EXPECT_EQ(list, StringList(std::vector<std::string>{"quoted-alias.test"}));
     for (const char* attack : {"x' OR '1'='1", "x\\' OR 1=1 -- "}) {
         ASSERT_EQ(get_domaliases_by_domain(nullptr, list, attack), 0) << attack;
         EXPECT_FALSE(list) << attack;
@@ -101,25 +92,16 @@ TEST_F(PanelTest, MiscSettingsAreTrueOnlyForExactTrue)
                           "param='message_submission', ignored\n");
 }
 
-TEST_F(PanelTest, ConnectionStreamEscapesValuesAndRejectsDuplicateFields)
+// No command queries with a value: only its escaping is kept under test.
+TEST_F(PanelTest, ConnectionStreamEscapesValues)
 {
     using quelt::mysql::Query;
     quelt::mysql::Connection connection(true);
     quelt::mysql::row_t row;
-    connection << "SELECT '" << Query::value << "it's a \\ test" << "' AS v, " << 7 << " AS n, " << 1.5 << " AS d";
+    connection << "SELECT '" << Query::value << "it's a \\ test" << "' AS v";
     quelt::mysql::Result result = connection << Query::fetch;
     ASSERT_TRUE(result.fetch(row));
-    EXPECT_EQ(row, (quelt::mysql::row_t{{"d", "1.500000"}, {"n", "7"}, {"v", "it's a \\ test"}}));
-    EXPECT_FALSE(result.fetch(row));
-
-    connection << "SELECT `" << Query::name << "a`b" << "` FROM (SELECT 1 AS `a``b`) t";
-    result = connection << Query::fetch;
-    ASSERT_TRUE(result.fetch(row));
-    EXPECT_EQ(row.count("a`b"), 1u);
-
-    connection << "SELECT 1 AS a, 2 AS a";
-    result = connection << Query::fetch;
-    EXPECT_EQ(thrownWhat<quelt::mysql::mError>([&] { result.fetch(row); }), "duplicated field a in query");
+    EXPECT_EQ(row, (quelt::mysql::row_t{{"v", "it's a \\ test"}}));
 }
 
 TEST_F(PanelTest, FailingActionStopsAndReports)
@@ -149,7 +131,6 @@ TEST_F(PanelTest, LostConnectionMakesLookupsFail)
     const std::string err = stderrOf([&] { EXPECT_EQ(get_domaliases_by_domain(victim.get(), list, "main.test"), -1); });
     EXPECT_NE(err.find("Failed to exec query, Error: "), std::string::npos) << err;
     EXPECT_NE(err.find("\nUnable to get domain aliases from database for: main.test\n"), std::string::npos) << err;
-
 }
 
 }  // namespace

@@ -54,18 +54,9 @@ TEST_F(PasswdDbTest, ReadAccessDecryptsAndSkipsEmptyRows)
     };
     ASSERT_EQ(mailAuthIterateAll(collect), 0);
     EXPECT_EQ(seen, (std::vector<std::string>{"b@a.test x 4", "a@z.test hash 1", "b@z.test plain 2"}));
-
-    seen.clear();
-    ASSERT_EQ(mailAuthCheckShort("b", collect), 0);
-    EXPECT_EQ(seen.size(), 2u);
-    EXPECT_EQ(mailAuthCheck("b@z.test", [](const std::string&, const std::string&, int) { return 7; }), 7);
-    EXPECT_EQ(stderrOf([&] {
-                  EXPECT_EQ(mailAuthCheck("no-at-sign", collect), -1);
-                  EXPECT_EQ(mailAuthCheck("c@z.test", collect), -1);
-              }),
-              "Invalid mail address 'no-at-sign'\nNo such user 'c@z.test' in mail authorization database\n");
 }
 
+// Pauses grow by 10 us a time; the last one before giving up is just under a second.
 TEST(BusyPause, RetriesWithGrowingPausesUntilOneSecond)
 {
     static std::vector<long> sleeps;
@@ -73,14 +64,6 @@ TEST(BusyPause, RetriesWithGrowingPausesUntilOneSecond)
     const auto record = [](long us) { sleeps.push_back(us); };
 
     int attempts = 0;
-    const int rc = quelt::sqlite::retryWhileBusy([&] { return ++attempts < 3 ? SQLITE_BUSY : SQLITE_DONE; },
-                                                 [] {}, quelt::sqlite::BusyPause(record));
-    EXPECT_EQ(rc, SQLITE_DONE);
-    EXPECT_EQ(attempts, 3);
-    EXPECT_EQ(sleeps, (std::vector<long>{10, 20}));
-
-    sleeps.clear();
-    attempts = 0;
     int resets = 0;
     EXPECT_EQ(quelt::sqlite::retryWhileBusy([&] { ++attempts; return SQLITE_BUSY; }, [&] { ++resets; },
                                             quelt::sqlite::BusyPause(record)),
