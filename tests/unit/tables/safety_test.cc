@@ -3,14 +3,13 @@
 #include "tables/store_fixture.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
 
 #include "runtime/errors.h"
+#include "support/lock_holder.h"
 
 namespace {
 
@@ -67,33 +66,6 @@ TEST_F(Store, ARecordPostmapSkipsIsAFailure)
     EXPECT_EQ(strays(), std::set<std::string>{});
 }
 
-// A child takes the table's lock, says so, and after a pause writes "released" into the spy's
-// log and exits, which releases the lock; a change made meanwhile must log its run after that.
-std::vector<std::string> runsWhileLocked(const std::string& lockFile, const std::function<void()>& change)
-{
-    const std::string held = "/tmp/lock-held";
-    std::filesystem::remove(held);
-    const pid_t holder = ::fork();
-    if (holder == 0) {
-        const int fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT, 0644);
-        ::flock(fd, LOCK_EX);
-        std::ofstream(held) << "x";
-        ::usleep(300000);
-        std::ofstream("/tmp/spy-postmap/log", std::ios::app) << "released\n";
-        ::_exit(0);
-    }
-    while (!std::filesystem::exists(held))
-        ::usleep(1000);
-    change();
-    int status = 0;
-    ::waitpid(holder, &status, 0);
-    std::vector<std::string> lines;
-    std::ifstream log("/tmp/spy-postmap/log");
-    for (std::string line; std::getline(log, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 TEST_F(Store, IncrementalChangesWaitForTheTablesLock)
 {
     seed(kVirtual, "a 1\\nb 2\\n");
@@ -104,9 +76,15 @@ TEST_F(Store, IncrementalChangesWaitForTheTablesLock)
         {"-d a " + kVirtual, [] { DatabaseHelper::removeRecord(kVirtual, "a"); }},
         {"-d - " + kVirtual, [&] { DatabaseHelper::removeRecords(kVirtual, keys.begin(), keys.end()); }},
     };
+    // The holder notes in the spy's log when it lets go: the change's run must come after.
+    const auto released = [] {
+        std::ofstream("/tmp/spy-postmap/log", std::ios::app) << "released\n";
+        return 0;
+    };
     for (const auto& [run, change] : changes) {
         spy_->clear();
-        EXPECT_EQ(runsWhileLocked(lock, change), (std::vector<std::string>{"released", run}));
+        EXPECT_EQ(whileLockHeld(lock, change, released), 0) << run;
+        EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"released", run}));
     }
     EXPECT_EQ(dump(kVirtual), "c\t3\n");
 

@@ -48,11 +48,6 @@ protected:
         shellOutput("printf '" + lines + "' | " + spy_->real() + " -r -i " + table);
     }
 
-    static std::string lockFileOf(const std::string& path)
-    {
-        return "/var/lock/files/" + shellOutput("printf %s '" + path + "' | md5sum").substr(0, 32);
-    }
-
     // Files beside the tables other than the tables themselves.
     static std::set<std::string> strays()
     {
