@@ -3,16 +3,16 @@
 // Runs in the sandbox (stores take /var/lock/files locks).
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
 
 #include "config/master/master_cf_file.h"
-#include "services/process/mk_lock.h"
 #include "support/io.h"
+#include "support/lock_holder.h"
 
 namespace pf = quelt::mail::postfix;
 
@@ -114,28 +114,14 @@ TEST(MasterCfFile, StoreWaitsForTheFilesLock)
     const std::string master = std::string(dir) + "/master.cf";
     writeFile(master, "old\n");
     auto content = parsed("new inet n - n - - x\n");
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t holder = ::fork();
-    ASSERT_GE(holder, 0);
-    if (holder == 0) {
-        // Another writer holds the lock for a while: the file must not change meanwhile.
-        quelt::MKLock held(master);
-        ::write(ready[1], "x", 1);
-        ::usleep(300 * 1000);
-        ::_exit(readFile(master) == "old\n" ? 0 : 1);
-    }
-    char c;
-    ASSERT_EQ(::read(ready[0], &c, 1), 1);
-    pf::storeMasterCf(master, *content);
-    int status = 0;
-    ASSERT_EQ(::waitpid(holder, &status, 0), holder);
-    EXPECT_EQ(status, 0) << "master.cf was written while its lock was held";
+    // Another writer holds the lock for a while: the file must not change meanwhile.
+    EXPECT_EQ(whileLockHeld(
+                  lockFileOf(master), [&] { pf::storeMasterCf(master, *content); },
+                  [&] { return readFile(master) == "old\n" ? 0 : 1; }),
+              0)
+        << "master.cf was written while its lock was held";
     EXPECT_EQ(readFile(master), "new inet n - n - - x\n");
-    ::close(ready[0]);
-    ::close(ready[1]);
-    ::unlink(master.c_str());
-    ::rmdir(dir);
+    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

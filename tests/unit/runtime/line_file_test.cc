@@ -38,8 +38,7 @@ TEST(FileStrings, EachEditChangesExactlyItsLinesAndKeepsOwnerAndMode)
         ASSERT_EQ(::chmod(kPath.c_str(), 0604), 0);
         EXPECT_EQ(file_strings(kPath, c.lines, c.action, c.position), 0) << c.lines.front();
         EXPECT_EQ(readFile(kPath), c.want) << c.lines.front();
-        struct stat info {};
-        ASSERT_EQ(::stat(kPath.c_str(), &info), 0);
+        const struct stat info = lstatOf(kPath);
         EXPECT_EQ(info.st_uid, 65534u) << c.lines.front();
         EXPECT_EQ(info.st_mode & 07777, 0604u) << c.lines.front();
         EXPECT_FALSE(exists(kPath + ".tmp")) << c.lines.front();

@@ -16,9 +16,7 @@ TEST(LockFile, TheFolderOfKeyedLocksIsMadeAgainWhenGone)
     shellOutput("rm -rf /var/lock/files");
     lock_ptr lock = mk_lock("after-a-boot", true);
     EXPECT_TRUE(is_locked(lock));
-    struct stat info {};
-    ASSERT_EQ(::stat("/var/lock/files", &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0755u);
+    EXPECT_EQ(lstatOf("/var/lock/files").st_mode & 07777, 0755u);
 }
 
 TEST(LockFile, UnopenableFileIsReportedAndNotLocked)

@@ -64,8 +64,9 @@ TEST_F(MaildirManagerTest, ADamagedHomeIsRepairedAndKeepsItsMail)
     expectCompleteHome(kHome);
 }
 
-// No command backs up a tree or renames a domain's root yet.
-TEST_F(MaildirManagerTest, BackupNamesCarryTheInodeAndNeverOverwrite)
+// Backups and renames move whole trees by rename, never onto an existing name, and a tree that
+// is not there has nothing to move.
+TEST_F(MaildirManagerTest, BackupsAndRenamesNeverOverwriteAndSkipMissingTrees)
 {
     manager.createMailnameHome("example.com", "info");
     const std::string saved = kHome + ".QueltSaved." + std::to_string(lstatOf(kHome).st_ino);
@@ -78,23 +79,23 @@ TEST_F(MaildirManagerTest, BackupNamesCarryTheInodeAndNeverOverwrite)
     fs::create_directory(kHome + ".QueltSaved." + std::to_string(lstatOf(kHome).st_ino));
     EXPECT_THROW(manager.backupMailnameHome("example.com", "info"), fs::filesystem_error);
     EXPECT_TRUE(fs::is_directory(kHome + "/Maildir"));
-    EXPECT_TRUE(fs::is_directory(saved));
 
-    const ino_t inode = lstatOf(kRoot + "/example.com").st_ino;
-    manager.backupDomainRoot("example.com");
-    EXPECT_TRUE(fs::is_directory(kRoot + "/example.com.QueltSaved." + std::to_string(inode) + "/info/Maildir"));
+    fs::create_directories(kRoot + "/example.net/x");
+    EXPECT_THROW(manager.renameDomainRoot("example.com", "example.net"), fs::filesystem_error);
+    manager.renameDomainRoot("example.com", "example.org");
+    const std::string org = kRoot + "/example.org";
+    const std::string orgSaved = org + ".QueltSaved." + std::to_string(lstatOf(org).st_ino);
+    manager.backupDomainRoot("example.org");
+    EXPECT_TRUE(fs::is_directory(orgSaved + "/info/Maildir")) << orgSaved;
+    EXPECT_FALSE(fs::exists(org));
     EXPECT_FALSE(fs::exists(kRoot + "/example.com"));
-}
 
-TEST_F(MaildirManagerTest, BackupOfAMissingTreeSucceedsWithAnEmptyName)
-{
-    fs::create_directories(kRoot);
-    writeFile(kRoot + "/file", "x");
     // A component that is a file counts as missing too.
+    writeFile(kRoot + "/file", "x");
     for (const std::string& path : {kRoot + "/nothing.example", kRoot + "/file/below"}) {
-        fs::path saved = "untouched";
-        EXPECT_TRUE(quelt::mail::backupRename(path, saved)) << path;
-        EXPECT_TRUE(saved.empty()) << path;
+        fs::path none = "untouched";
+        EXPECT_TRUE(quelt::mail::backupRename(path, none)) << path;
+        EXPECT_TRUE(none.empty()) << path;
     }
     EXPECT_NO_THROW(manager.backupDomainRoot("nothing.example"));
     EXPECT_NO_THROW(manager.backupMailnameHome("nothing.example", "x"));
@@ -111,16 +112,6 @@ TEST_F(MaildirManagerTest, NamesThatLeaveTheirParentNeverReachTheDisk)
         EXPECT_THROW(manager.createDomainRoot(bad), quelt::mail::FSError) << bad;
     }
     EXPECT_TRUE(fs::is_directory(kRoot + "/other.example/info/Maildir"));
-}
-
-TEST_F(MaildirManagerTest, DomainRenamesMoveTreesButNeverOntoExistingOnes)
-{
-    manager.createMailnameHome("example.com", "office");
-    fs::create_directories(kRoot + "/example.net/x");
-    EXPECT_THROW(manager.renameDomainRoot("example.com", "example.net"), fs::filesystem_error);
-    manager.renameDomainRoot("example.com", "example.org");
-    EXPECT_TRUE(fs::is_directory(kRoot + "/example.org/office/Maildir"));
-    EXPECT_FALSE(fs::exists(kRoot + "/example.com"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Maildir++ files in the sandbox: exact maildirsize bytes, the usage scan, trust rules of the
-// parser, over-quota decisions, backdating and safe creation of the temporary file.
+// parser, backdating and safe creation of the temporary file.
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -151,29 +151,6 @@ TEST_F(MaildirppTest, UntrustedFilesFallBackToAScan)
         EXPECT_EQ(get_maildirpp_usage_and_limits(kMaildir, true, bytes, count, byteLimit, countLimit), trusted ? 1 : 0)
             << text.substr(0, 40);
     }
-}
-
-TEST_F(MaildirppTest, OverQuotaComparesUsagePlusTheNewMessage)
-{
-    const struct {
-        std::string file;
-        long long addBytes;
-        unsigned long long addCount;
-        int over;
-    } cases[] = {
-        {"1000S,0C\n  900 3\n", 100, 1, 0}, {"1000S,0C\n  900 3\n", 101, 1, 1},
-        {"1000S,4C\n  900 3\n", 10, 1, 0}, {"1000S,4C\n  900 3\n", 10, 2, 1},
-        {"0S,0C\n  900000 30000\n", 1 << 30, 1, 0}, {"1000S,0C\n  -500 1\n", 1000, 1, 0},
-        {"1000S,0C\n  -500 1\n", 1001, 1, 1},
-        {"1000S,0C\n  900 3", 500, 1, 0},  // untrusted: no strict answer, not over
-    };
-    for (const auto& c : cases) {
-        writeFile(kMaildir + "/maildirsize", c.file);
-        EXPECT_EQ(check_maildirpp_overquota(kMaildir, c.addBytes, c.addCount), c.over)
-            << c.file << " + " << c.addBytes << "/" << c.addCount;
-    }
-    fs::remove(kMaildir + "/maildirsize");
-    EXPECT_EQ(check_maildirpp_overquota(kMaildir, 1LL << 40, 1), 0);
 }
 
 TEST_F(MaildirppTest, FileIsBackdatedWhenTheMaildirsOwnFoldersCannotBeExamined)

@@ -34,13 +34,6 @@ inline Owner popuser()
     return {pw->pw_uid, gr->gr_gid};
 }
 
-inline struct stat lstatOf(const std::string& path)
-{
-    struct stat st {};
-    EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-    return st;
-}
-
 // Owner popuser, its group, and `mode`: "ok", or what differs.
 inline std::string popuserOwns(const std::string& path, mode_t mode)
 {

@@ -8,6 +8,8 @@
 #include <iostream>
 #include <string>
 
+#include "support/io.h"
+
 class CaptureFd {
 public:
     explicit CaptureFd(int fd) : fd_(fd)
@@ -26,19 +28,7 @@ public:
     CaptureFd& operator=(const CaptureFd&) = delete;
 
     // What was written so far (stdio buffers are not flushed here on purpose).
-    std::string text() const
-    {
-        std::string out;
-        char buf[4096];
-        const off_t end = ::lseek(::fileno(file_), 0, SEEK_CUR);
-        ssize_t n;
-        off_t at = 0;
-        while (at < end && (n = ::pread(::fileno(file_), buf, sizeof buf, at)) > 0) {
-            out.append(buf, static_cast<size_t>(n));
-            at += n;
-        }
-        return out;
-    }
+    std::string text() const { return readFile("/proc/self/fd/" + std::to_string(::fileno(file_))); }
     void restore()
     {
         if (saved_ >= 0) {

@@ -10,21 +10,18 @@
 #include <functional>
 #include <string>
 
+#include "support/io.h"
+
 struct ChildResult {
     int status = -1;  // exit status, or -1 when the child did not exit normally
     std::string out;
     std::string err;
 };
 
+// The whole content of a temporary file.
 inline std::string slurp(std::FILE* file)
 {
-    std::string text;
-    std::rewind(file);
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, file)) > 0)
-        text.append(buf, n);
-    return text;
+    return readFile("/proc/self/fd/" + std::to_string(::fileno(file)));
 }
 
 // `body`'s return value becomes the exit status unless it exits by itself.

@@ -27,6 +27,14 @@ inline void writeFile(const std::string& path, const std::string& bytes)
     EXPECT_TRUE(out.good()) << path;
 }
 
+// The entry itself, not what a link points at.
+inline struct stat lstatOf(const std::string& path)
+{
+    struct stat info {};
+    EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+    return info;
+}
+
 inline bool exists(const std::string& path)
 {
     struct stat info {};

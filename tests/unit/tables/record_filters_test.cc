@@ -100,24 +100,6 @@ TEST(KeyValueFilter, LinesAreSplitTrimmedAndRejoined)
     }
 }
 
-TEST(KeyValueFilter, MailboxRenameTreatsTheValueAsOneElement)
-{
-    const std::string from = "a@d.com", to = "b@d.com", fromPath = "d.com/a/", toPath = "d.com/b/";
-    const db::KeyValueFilter<db::ReplaceElementFilterRef, db::ReplaceElementFilterRef> rename(
-        db::ReplaceElementFilterRef(from, to), db::ReplaceElementFilterRef(fromPath, toPath));
-    const db::KeyValueFilter<db::ReplaceDomainPart, db::ReplaceDomainPath> move(
-        db::ReplaceDomainPart("d.com", "e.org", false), db::ReplaceDomainPath("d.com", "e.org"));
-    std::string line = "a@d.com d.com/a/";
-    EXPECT_TRUE(rename(line));
-    EXPECT_EQ(line, "b@d.com d.com/b/");
-    line = "c@d.com d.com/a/, x";
-    EXPECT_TRUE(rename(line));
-    EXPECT_EQ(line, "c@d.com d.com/a/, x");
-    line = "u@d.com d.com/u/";
-    EXPECT_TRUE(move(line));
-    EXPECT_EQ(line, "u@e.org e.org/u/");
-}
-
 // The dump arrives in arbitrary pieces; the result must not depend on where they are cut.
 TEST(DataStreamFilter, ResultDoesNotDependOnChunkBoundaries)
 {

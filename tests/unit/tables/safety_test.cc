@@ -3,54 +3,25 @@
 #include "tables/store_fixture.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
-#include <set>
-#include <sstream>
 
 #include "runtime/errors.h"
-#include "tables/database_helper.h"
-#include "tables/record_filters.h"
+#include "support/lock_holder.h"
 
 namespace {
 
 using pf::DatabaseHelper;
 
-struct Unreadable {
-    std::string key;
-    std::string value;
-    std::string shownKey;  // as the message quotes it
-};
-
-class Safety : public Store {
-protected:
-    // Files beside the tables other than the tables themselves.
-    static std::set<std::string> strays()
-    {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(kDir)) {
-            const std::string name = entry.path().filename().string();
-            if (entry.path().extension() != ".db" || name[0] == '.')
-                names.insert(name);
-        }
-        return names;
-    }
-
-    static struct stat statOf(const std::string& path)
-    {
-        struct stat info {};
-        EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-        return info;
-    }
-};
-
-TEST_F(Safety, UnreadableRecordsAreRefusedBeforeAnyRun)
+TEST_F(Store, UnreadableRecordsAreRefusedBeforeAnyRun)
 {
-    const std::vector<Unreadable> cases{
+    const struct {
+        std::string key;
+        std::string value;
+        std::string shownKey;  // as the message quotes it
+    } cases[] = {
         {"a b@d.com", "x", "a b@d.com"},
         {"a\tb@d.com", "x", "a\\tb@d.com"},
         {"inj.test\nroot@base.test", "attacker@evil.example", "inj.test\\nroot@base.test"},
@@ -80,7 +51,7 @@ TEST_F(Safety, UnreadableRecordsAreRefusedBeforeAnyRun)
     EXPECT_EQ(dump(kVirtual), "keep\t1\n");
 }
 
-TEST_F(Safety, ARecordPostmapSkipsIsAFailure)
+TEST_F(Store, ARecordPostmapSkipsIsAFailure)
 {
     seed(kVirtual, "keep 1\\n");
     const std::string what = thrownWhat<pf::PostfixConfigurationError>(
@@ -95,34 +66,7 @@ TEST_F(Safety, ARecordPostmapSkipsIsAFailure)
     EXPECT_EQ(strays(), std::set<std::string>{});
 }
 
-// A child takes the table's lock, says so, and after a pause writes "released" into the spy's
-// log and exits, which releases the lock; a change made meanwhile must log its run after that.
-std::vector<std::string> runsWhileLocked(const std::string& lockFile, const std::function<void()>& change)
-{
-    const std::string held = "/tmp/lock-held";
-    std::filesystem::remove(held);
-    const pid_t holder = ::fork();
-    if (holder == 0) {
-        const int fd = ::open(lockFile.c_str(), O_RDWR | O_CREAT, 0644);
-        ::flock(fd, LOCK_EX);
-        std::ofstream(held) << "x";
-        ::usleep(300000);
-        std::ofstream("/tmp/spy-postmap/log", std::ios::app) << "released\n";
-        ::_exit(0);
-    }
-    while (!std::filesystem::exists(held))
-        ::usleep(1000);
-    change();
-    int status = 0;
-    ::waitpid(holder, &status, 0);
-    std::vector<std::string> lines;
-    std::ifstream log("/tmp/spy-postmap/log");
-    for (std::string line; std::getline(log, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-TEST_F(Safety, IncrementalChangesWaitForTheTablesLock)
+TEST_F(Store, IncrementalChangesWaitForTheTablesLock)
 {
     seed(kVirtual, "a 1\\nb 2\\n");
     const std::string lock = lockFileOf(kDir + "virtual");
@@ -132,9 +76,15 @@ TEST_F(Safety, IncrementalChangesWaitForTheTablesLock)
         {"-d a " + kVirtual, [] { DatabaseHelper::removeRecord(kVirtual, "a"); }},
         {"-d - " + kVirtual, [&] { DatabaseHelper::removeRecords(kVirtual, keys.begin(), keys.end()); }},
     };
+    // The holder notes in the spy's log when it lets go: the change's run must come after.
+    const auto released = [] {
+        std::ofstream("/tmp/spy-postmap/log", std::ios::app) << "released\n";
+        return 0;
+    };
     for (const auto& [run, change] : changes) {
         spy_->clear();
-        EXPECT_EQ(runsWhileLocked(lock, change), (std::vector<std::string>{"released", run}));
+        EXPECT_EQ(whileLockHeld(lock, change, released), 0) << run;
+        EXPECT_EQ(spy_->runs(), (std::vector<std::string>{"released", run}));
     }
     EXPECT_EQ(dump(kVirtual), "c\t3\n");
 
@@ -145,21 +95,21 @@ TEST_F(Safety, IncrementalChangesWaitForTheTablesLock)
     EXPECT_EQ(dump(kVirtual), "c\t3\n");
 }
 
-TEST_F(Safety, ARewriteReplacesTheTableWholeKeepingOwnerAndMode)
+TEST_F(Store, ARewriteReplacesTheTableWholeKeepingOwnerAndMode)
 {
     seed(kVirtual, "old 1\\n");
     const std::string db = kDir + "virtual.db";
     ASSERT_EQ(::chown(db.c_str(), 0, 0), 0);
     ASSERT_EQ(::chmod(db.c_str(), 0640), 0);
     shellOutput("chown postfix " + db);
-    const struct stat before = statOf(db);
+    const struct stat before = lstatOf(db);
     // What killed rewrites leave: a staged text and index, and an older version's text file.
     for (const char* left : {".virtual.tmp.AbC123", ".virtual.tmp.AbC123.db", "virtual"})
         std::ofstream(kDir + left) << "dead 1\n";
 
     const Records recs{{"new", "2"}};
     DatabaseHelper::replaceRecords(kVirtual, recs.begin(), recs.end());
-    const struct stat after = statOf(db);
+    const struct stat after = lstatOf(db);
     EXPECT_EQ(dump(kVirtual), "new\t2\n");
     EXPECT_NE(after.st_ino, before.st_ino) << "the new table comes in by a rename";
     EXPECT_EQ(after.st_uid, before.st_uid);
@@ -170,20 +120,20 @@ TEST_F(Safety, ARewriteReplacesTheTableWholeKeepingOwnerAndMode)
     std::ofstream(kDir + "probe") << "";
     const Records none;
     DatabaseHelper::replaceRecords(kMailbox, none.begin(), none.end());
-    EXPECT_EQ(statOf(kDir + "vmailbox.db").st_mode, statOf(kDir + "probe").st_mode);
+    EXPECT_EQ(lstatOf(kDir + "vmailbox.db").st_mode, lstatOf(kDir + "probe").st_mode);
     std::filesystem::remove(kDir + "probe");
 
     const db::ElementsFilter<db::NotInDomainFilter> drop(db::NotInDomainFilter("d.com", false));
     DatabaseHelper::filterRecords(kVirtual, drop);
-    EXPECT_EQ(statOf(db).st_ino, after.st_ino) << "a pass that changes nothing renames nothing";
-    EXPECT_EQ(statOf(db).st_mtim.tv_nsec, after.st_mtim.tv_nsec);
+    EXPECT_EQ(lstatOf(db).st_ino, after.st_ino) << "a pass that changes nothing renames nothing";
+    EXPECT_EQ(lstatOf(db).st_mtim.tv_nsec, after.st_mtim.tv_nsec);
     EXPECT_EQ(runs(), (std::vector<std::string>{"-r hash:" + kDir + ".virtual.tmp.XXXXXX",
                                                 "-r hash:" + kDir + ".vmailbox.tmp.XXXXXX", "-s " + kVirtual}));
     EXPECT_EQ(strays(), std::set<std::string>{});
 }
 
 // Which descriptors each postmap run starts with, as the spy's shell sees its own.
-TEST_F(Safety, PostmapStartsWithTheStandardStreamsAlone)
+TEST_F(Store, PostmapStartsWithTheStandardStreamsAlone)
 {
     // One inherited from a caller, without close-on-exec.
     const int inherited = ::open("/etc/hostname", O_RDONLY);

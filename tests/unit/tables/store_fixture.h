@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <list>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,9 +48,16 @@ protected:
         shellOutput("printf '" + lines + "' | " + spy_->real() + " -r -i " + table);
     }
 
-    static std::string lockFileOf(const std::string& path)
+    // Files beside the tables other than the tables themselves.
+    static std::set<std::string> strays()
     {
-        return "/var/lock/files/" + shellOutput("printf %s '" + path + "' | md5sum").substr(0, 32);
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(kDir)) {
+            const std::string name = entry.path().filename().string();
+            if (entry.path().extension() != ".db" || name[0] == '.')
+                names.insert(name);
+        }
+        return names;
     }
 
     // The runs, with the random part of a rewrite's staging name as XXXXXX.
