@@ -76,10 +76,10 @@ TEST_F(CipherTest, StoredFormDecryptsBackAndDiffersEachTime)
 TEST_F(CipherTest, FixedIvMatchesOpensslCommand)
 {
     const std::string iv = "0123456789abcdef";
-    const std::string spec = "$AES-256-CBC:PKCS$" + b64_encode(iv);
+    const std::string header = "$AES-256-CBC:PKCS$" + b64_encode(iv);
     for (const std::string plain : {"", "password", "exactly16bytes!!", "a longer password with blanks, 33"}) {
-        const auto text = quelt_cipher_crypt(plain, spec);
-        EXPECT_EQ(text.value_or("-"), spec + "$" + opensslEncrypt(dir_, plain, fixedKey(7), iv, false)) << plain;
+        const auto text = quelt_cipher_crypt(plain, header);
+        EXPECT_EQ(text.value_or("-"), header + "$" + opensslEncrypt(dir_, plain, fixedKey(7), iv, false)) << plain;
         EXPECT_EQ(mail_aes_decrypt(text.value_or("-").c_str()).value_or("-"), plain) << plain;
     }
 
