@@ -92,18 +92,6 @@ TEST_F(PanelTest, MiscSettingsAreTrueOnlyForExactTrue)
                           "param='message_submission', ignored\n");
 }
 
-// No command queries with a value: only its escaping is kept under test.
-TEST_F(PanelTest, ConnectionStreamEscapesValues)
-{
-    using quelt::mysql::Query;
-    quelt::mysql::Connection connection(true);
-    quelt::mysql::row_t row;
-    connection << "SELECT '" << Query::value << "it's a \\ test" << "' AS v";
-    quelt::mysql::Result result = connection << Query::fetch;
-    ASSERT_TRUE(result.fetch(row));
-    EXPECT_EQ(row, (quelt::mysql::row_t{{"v", "it's a \\ test"}}));
-}
-
 TEST_F(PanelTest, FailingActionStopsAndReports)
 {
     const std::string err = stderrOf([] {

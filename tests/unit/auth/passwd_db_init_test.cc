@@ -1,10 +1,7 @@
-// Creation of the password database and key at the system paths (run inside the sandbox), and
-// the mail server style read from the feature report.
+// Creation of the password database and key at the system paths (run inside the sandbox).
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
-
-#include <boost/filesystem.hpp>
 
 #include "auth/passwd_db.h"
 #include "passwd_fixture.h"
@@ -43,27 +40,6 @@ TEST(PasswdDbInit, PostfixStyleOwnersModesAndAFreshKey)
     ASSERT_EQ(mailAuthDBInitStyle(1), 0);
     EXPECT_EQ(rows(mailAuthDBPath(), "SELECT count(*) FROM users"), std::vector<std::string>{"0"});
     EXPECT_NE(readFile("/var/spool/postfix/quelt/passwd_db_key"), firstKey);
-}
-
-// The feature report comes from <PRODUCT_ROOT_D>/admin/sbin/mailrig (default /usr/local/zvt).
-void writeFeatureReport(const std::string& lines)
-{
-    boost::filesystem::create_directories("/usr/local/zvt/admin/sbin");
-    writeFile("/usr/local/zvt/admin/sbin/mailrig", "#!/bin/sh\ncat <<'END'\n" + lines + "END\n");
-    ::chmod("/usr/local/zvt/admin/sbin/mailrig", 0755);
-}
-
-TEST(PasswdDbDetect, StyleFromTheFeatureReport)
-{
-    const std::pair<std::string, int> cases[] = {
-        {"$features['SMTP_Server'] = \"Postfix\";\n", 1},
-        {"$features['other'] = \"qmail\";\n$features['SMTP_Server'] = 'QMAIL';\n", 0},
-        {"$features['SMTP_Server'] = \"exim\";\n", -1},
-    };
-    for (const auto& [report, style] : cases) {
-        writeFeatureReport(report);
-        EXPECT_EQ(mailAuthDBDetectStyle(), style) << report;
-    }
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include "front/dispatch/dispatcher.h"
 #include "runtime/report.h"
 #include "runtime/errors.h"
-#include "runtime/traceback.h"
 #include "support/child.h"
 
 namespace mc = quelt::mail::postfix::mailrig_commands;
@@ -54,21 +53,6 @@ TEST(Dispatch, EscapingExceptionsAreReportedOnBothStreams)
         EXPECT_EQ(r.err, c.report) << c.word;
         EXPECT_EQ(r.out, c.report) << c.word;
     }
-}
-
-struct TracedError : std::runtime_error, quelt::Traceback {
-    TracedError() : std::runtime_error("traced") {}
-};
-
-TEST(Report, AnExceptionCarryingATracebackPrintsItAfterTheLine)
-{
-    const auto r = runInChild([] {
-        quelt::reportException(TracedError());
-        return 0;
-    });
-    EXPECT_EQ(r.err.rfind("Fatal error: (anonymous namespace)::TracedError(traced)\nTraceback:\n\t", 0), 0u) << r.err;
-    // Symbol lines are demangled: the test binary's own functions show with their signatures.
-    EXPECT_NE(r.err.find("runInChild"), std::string::npos) << r.err;
 }
 
 }  // namespace

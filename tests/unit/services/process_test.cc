@@ -58,23 +58,6 @@ TEST(Pipe, FeedsAHundredKilobytesInPiecesAndDrainsBothOutputs)
     EXPECT_EQ(both.err.size(), 300000u);
 }
 
-// No product pipe has more than one stage: only that the stages are chained and the last one
-// gives the status.
-TEST(Pipe, TheLastStageGivesTheStatus)
-{
-    Pipe pipe;
-    std::string out;
-    pipe.append(StageParameters("printf", "b\\na\\nc\\n"));
-    pipe.append(StageParameters("sort", "-r"));
-    pipe.append(StageParameters("/bin/sh", "-c", "cat; exit 3"));
-    pipe.stdoutDisposition = NewPipe;
-    pipe.stdoutReceiver = makeStringReceiver(out);
-    const int status = pipe.run();
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 3);
-    EXPECT_EQ(out, "c\nb\na\n");
-}
-
 TEST(Pipe, AThousandRunsAndFailedStartsLeakNeitherDescriptorsNorChildren)
 {
     struct sigaction before {}, after {};
