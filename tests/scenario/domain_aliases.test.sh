@@ -168,6 +168,28 @@ passwd *
 handlers *
 other *" --rename-domain-alias --domain-name=$D --old-domain-alias-name=alias1.example \
   --new-domain-alias-name=alias3.example --set-reject
+
+# Renaming away from the host's own name gives the host entry back whole once the rewrite is
+# done. A failed run before the rewrite changes nothing; one after it leaves the renamed records
+# without the entry, and nothing else renamed.
+hostname alias1.example
+spy dom+a1+a2
+away=$(grep -v -e "^virtual -alias1.example${T}1\$" -e "^virtual -[a-z-]*@alias1.example${T}[a-z-]*@localhost" <<< "$renamed")
+row dom+a1+a2 0 "$away
+virtual +@alias3.example${T}boss@$D" --rename-domain-alias --domain-name=$D --old-domain-alias-name=alias1.example \
+  --new-domain-alias-name=alias3.example --set-reject
+expect_eq "$(wc -l < "$SPY/log")" 4 "postmap runs of a rename away from the host name"
+moved="$(records - alias1.example)
+$(records + alias3.example)
+virtual -@alias1.example${T}boss@$D
+virtual +@alias3.example${T}boss@$D"
+for k in 1 2 3 4; do
+  spy dom+a1+a2 $k
+  row dom+a1+a2 1 "stderr ~ injected failure
+$([ $k -le 2 ] || echo "$moved")" --rename-domain-alias --domain-name=$D \
+    --old-domain-alias-name=alias1.example --new-domain-alias-name=alias3.example --set-reject
+done
+spy_off
 hostname mail.sandbox.test
 
 
