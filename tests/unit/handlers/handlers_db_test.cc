@@ -82,13 +82,6 @@ TEST_F(HandlersDb, DomainMatchingIgnoresLookalikes)
                             "2/1/1/10 h ex.com@other.org"}));
 }
 
-// An empty address of a global handler is "all", like an absent one.
-TEST_F(HandlersDb, GlobalHandlerWithAnEmptyAddress)
-{
-    add(handler("g", "", MH_TYPE_GLOBAL));
-    EXPECT_EQ(rows(), Rows{"2/4/1/10 g all"});
-}
-
 TEST_F(HandlersDb, CopiesAreEnabledOnlyFromAStoredOne)
 {
     mh_data odd = handler("odd", "a@ex.com");
