@@ -1,7 +1,6 @@
 // Puts a logging stand-in over a Postfix tool inside the sandbox (a bind mount over the real
-// path): every run's arguments are logged, and a run whose arguments match a pattern, or the
-// n-th run, can be made to fail with a given text and exit code (or be killed) before the real
-// tool runs.
+// path): every run's arguments are logged, and a run whose arguments match a pattern can be
+// made to fail with a given text and exit code (or be killed) before the real tool runs.
 #pragma once
 
 #include <signal.h>
@@ -52,9 +51,6 @@ public:
             "  pattern=$(cat $dir/fail-match)\n"
             "  case \"$*\" in $pattern) fail \"$@\" ;; esac\n"
             "fi\n"
-            "if [ -f $dir/fail-run ] && [ \"$(wc -l < $dir/log)\" = \"$(cat $dir/fail-run)\" ]; then\n"
-            "  fail \"$@\"\n"
-            "fi\n"
             "exec -a \"$0\" $dir/real \"$@\"\n";
         std::filesystem::permissions(dir_ + "/spy", std::filesystem::perms::owner_all);
         if (::mount((dir_ + "/spy").c_str(), tool_.c_str(), nullptr, MS_BIND, nullptr) != 0)
@@ -74,7 +70,6 @@ public:
     {
         std::filesystem::remove(dir_ + "/log");
         std::filesystem::remove(dir_ + "/fail-match");
-        std::filesystem::remove(dir_ + "/fail-run");
         std::filesystem::remove(dir_ + "/fds-wanted");
         std::filesystem::remove(dir_ + "/fds");
     }
@@ -105,15 +100,6 @@ public:
         std::ofstream(dir_ + "/fail-text") << text;
         std::ofstream(dir_ + "/fail-code") << code;
         std::ofstream(dir_ + "/fail-match") << glob;
-    }
-
-    // Only the `n`-th run after the last clear() (counting from 1) prints `text` on standard
-    // error and exits with `code`.
-    void failRun(size_t n, const std::string& text, const std::string& code = "1")
-    {
-        std::ofstream(dir_ + "/fail-text") << text;
-        std::ofstream(dir_ + "/fail-code") << code;
-        std::ofstream(dir_ + "/fail-run") << n;
     }
 
     // The space-joined arguments of every run since the last clear(), in order.
