@@ -1,18 +1,13 @@
 // master.cf read and written back: byte-exact round trips of Debian's file and of hand-edited
-// variants, the entries the grammar finds, refusals, and a store waiting for the file's lock.
-// Runs in the sandbox (stores take /var/lock/files locks).
+// variants, the entries the grammar finds, and refusals.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
 
 #include "config/master/master_cf_file.h"
 #include "support/io.h"
-#include "support/lock_holder.h"
 
 namespace pf = quelt::mail::postfix;
 
@@ -104,24 +99,6 @@ TEST(MasterCfText, RefusesWhatIsNoMasterCf)
     };
     for (const std::string& text : refused)
         EXPECT_FALSE(parsed(text)) << text.substr(0, 80);
-}
-
-// No command shows it: two writers of master.cf at once must not interleave their stores.
-TEST(MasterCfFile, StoreWaitsForTheFilesLock)
-{
-    char dir[] = "/tmp/mastercf.XXXXXX";
-    ASSERT_NE(::mkdtemp(dir), nullptr);
-    const std::string master = std::string(dir) + "/master.cf";
-    writeFile(master, "old\n");
-    auto content = parsed("new inet n - n - - x\n");
-    // Another writer holds the lock for a while: the file must not change meanwhile.
-    EXPECT_EQ(whileLockHeld(
-                  lockFileOf(master), [&] { pf::storeMasterCf(master, *content); },
-                  [&] { return readFile(master) == "old\n" ? 0 : 1; }),
-              0)
-        << "master.cf was written while its lock was held";
-    EXPECT_EQ(readFile(master), "new inet n - n - - x\n");
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace
