@@ -1,5 +1,5 @@
-// master.cf read and written back: byte-exact round trips of Debian's file and of hand-edited
-// variants, the entries the grammar finds, and refusals.
+// master.cf read and written back: byte-exact round trips of hand-edited variants, the entries
+// the grammar finds in Debian's file, and refusals.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -27,13 +27,12 @@ std::unique_ptr<pf::MasterCfContent> parsed(const std::string& text)
     return pf::parseMasterCf(text.data(), text.size());
 }
 
+// Debian's file and an admin's comments between an entry and its continuation lines are rows
+// of the transport scenario, byte for byte, and fuzz seeds.
 const char* const kVariants[] = {
-    // comment and empty lines between an entry and its continuation lines
-    "relay unix - - y - - smtp\n# why\n\n  -o syslog_name=relay\n\t# more\n\t-o a=b\nnext unix - - - - - x\n",
     // tabs, carriage returns and blanks at line ends, blank-only lines
     "smtp\tinet\tn\t-\ty\t-\t-\tsmtpd   \n   \n\t\n#c \r\npickup unix n - y 60 1 pickup\r\n",
-    // the last line without a line end: an entry, a comment, blanks
-    "smtp inet n - y - - smtpd",
+    // the last line without a line end: a comment, blanks
     "smtp inet n - y - - smtpd\n#last",
     "smtp inet n - y - - smtpd\n  ",
     // empty files and only line ends
@@ -44,13 +43,8 @@ const char* const kVariants[] = {
     "smtp inet n - y - - smtpd\nsmtp inet n - y - - postscreen\n",
 };
 
-TEST(MasterCfText, DebianFileAndVariantsWriteBackByteForByte)
+TEST(MasterCfText, HandEditedVariantsWriteBackByteForByte)
 {
-    std::string debian = readFile(kDebianMasterCf);
-    ASSERT_FALSE(debian.empty());
-    auto content = parsed(debian);
-    ASSERT_TRUE(content);
-    EXPECT_EQ(written(*content), debian);
     for (const char* variant : kVariants) {
         auto c = parsed(variant);
         ASSERT_TRUE(c) << variant;
