@@ -62,7 +62,8 @@ files *' --add-attachment --domain-name=example.com --mailname=info --file-name=
   --attachment-file-name=big.txt
 expect_same_file $A/big.txt /tmp/upload-big.txt "an attachment of many blocks"
 row boxes 1 'stderr ~ ^Unable to open file /tmp/missing.txt: No such file or directory$' \
-  --add-attachment --domain-name=example.com --mailname=info --file-name=/tmp/missing.txt --attachment-file-name=x.txt
+  --add-attachment --domain-name=example.com --mailname=info --file-name=/tmp/missing.txt \
+  --attachment-file-name=x.txt
 row boxes 1 'stdout ~ ^Unable to copy the attachment file /tmp/upload.txt to '$R'/example.com/nostore/@attachments/x$' \
   --add-attachment --domain-name=example.com --mailname=nostore --file-name=/tmp/upload.txt --attachment-file-name=x
 

@@ -274,11 +274,12 @@ $(quota_lines + $((5000 - ATT))S,0C | head -1)" --set-mailbox-disk-quota --domai
 row dom+aliases+info 0 "" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=-1
 # Attachments that fill the quota leave the smallest limit, 1 (0 would mean none); a warning
 # only when they exceed it.
+too_big='WARNING: @attachments directory is big enough to disable delivery!'
 for quota in $ATT 0; do
   row dom+aliases+info 0 "
 $(quota_lines - 0S,0C | head -1)
 $(quota_lines + 1S,0C | head -1)
-stderr = $([ $quota = 0 ] && echo 'WARNING: @attachments directory is big enough to disable delivery!')" \
+stderr = $([ $quota = 0 ] && echo "$too_big")" \
     --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=$quota
 done
 row dom+aliases+info 1 "stderr ~ ^mandatory option \"--disk-quota\" is not specified$" --set-mailbox-disk-quota --domain-name=$D --mailname=info
