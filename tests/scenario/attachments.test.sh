@@ -55,6 +55,15 @@ files -example.com/info/@attachments/a.txt: \ no newline at end
 files +example.com/info/@attachments/a.txt: uploaded' $ADD --attachment-file-name=a.txt
 row boxes 1 'stdout ~ ^Unable to copy the attachment file /tmp/missing.txt to '$A'/x.txt$' \
   --add-attachment --domain-name=example.com --mailname=info --file-name=/tmp/missing.txt --attachment-file-name=x.txt
+# An upload of many blocks arrives whole; a missing one is reported with the reason.
+seq 3000 > /tmp/upload-big.txt
+row boxes 0 'tree +example.com/info/@attachments/big.txt root:root 644
+files *' --add-attachment --domain-name=example.com --mailname=info --file-name=/tmp/upload-big.txt \
+  --attachment-file-name=big.txt
+expect_same_file $A/big.txt /tmp/upload-big.txt "an attachment of many blocks"
+row boxes 1 'stderr ~ ^Unable to open file /tmp/missing.txt: No such file or directory$' \
+  --add-attachment --domain-name=example.com --mailname=info --file-name=/tmp/missing.txt \
+  --attachment-file-name=x.txt
 row boxes 1 'stdout ~ ^Unable to copy the attachment file /tmp/upload.txt to '$R'/example.com/nostore/@attachments/x$' \
   --add-attachment --domain-name=example.com --mailname=nostore --file-name=/tmp/upload.txt --attachment-file-name=x
 

@@ -187,5 +187,14 @@ use_fixture hosted
 lock_held_run "$Q/virtual" virtual "$MAILRIG" --remove-domain --domain-name=example.com
 expect_status 0 "remove-domain after the lock of virtual went"
 expect_eq "$(dump virtual | grep -c @example.com)" 0 "virtual after the lock went"
+# So does each incremental change: an addition, a removal, a removal of several keys.
+use_fixture hosted+off
+lock_held_run "$Q/virtual_domains" virtual_domains "$MAILRIG" --turn-on-domain --domain-name=example.com
+expect_status 0 "turn-on-domain after the lock of virtual_domains went"
+for table in virtual_domains virtual; do
+  use_fixture hosted
+  lock_held_run "$Q/$table" $table "$MAILRIG" --turn-off-domain --domain-name=example.com
+  expect_status 0 "turn-off-domain after the lock of $table went"
+done
 
 finish

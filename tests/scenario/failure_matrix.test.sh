@@ -96,6 +96,21 @@ for m in "${matrix[@]}"; do
 done
 spy_off
 
+# postconf unable to tell config_directory: its compiled-in default is asked next; when that
+# fails too, postconf's own words are the error; an empty answer is no folder.
+whitelist=(--add-whitelist --ip-address=10.0.0.0 --netmask=8)
+refused='stderr = Fatal error: quelt::mail::postfix::PostfixConfigurationError'
+spy hosted 1
+row hosted 0 'maincf -mynetworks = 127.0.0.0/8
+maincf +mynetworks = 127.0.0.0/8, 10.0.0.0/8' "${whitelist[@]}"
+expect_eq "$(head -2 "$SPY/log")" "-h config_directory
+-h -d config_directory" "postconf runs of a lookup that falls back to the default"
+spy hosted 1 after
+row hosted 1 "$refused(postconf: fatal: injected failure\n)" "${whitelist[@]}"
+spy_off
+fixture nodir "echo 'config_directory =' >> /etc/postfix/main.cf"
+row hosted+nodir 1 "$refused(unable to determine Postfix config_directory parameter)" "${whitelist[@]}"
+
 # The other stores failing in turn: the Maildir rename (the target is taken), the password
 # database, the handlers database and the panel database (a table gone). Each command either
 # completes or fails; every store the break does not touch holds its state from before or after.

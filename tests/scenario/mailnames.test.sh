@@ -96,6 +96,30 @@ $(addresses + info info@$D)
 $(home + info)
 ${qmail}| true
 $(quota_lines + $((1048576 - ATT))S,0C)" --add-mailname --domain-name=Example.COM --mailname=Info --disk-quota=1048576
+# Without a quota the mailbox takes its domain's limit (of the webspace the domain is in, if
+# any); a domain the panel does not know gets no records.
+fixture limited "panel \"INSERT INTO Limits (id, limit_name, value)
+                           VALUES (5, 'mbox_quota', '1048576'), (6, 'mbox_quota', '42');
+                         UPDATE domains SET limits_id = 5 WHERE id = 1\""
+fixture webspace "panel \"INSERT INTO domains (id, name, limits_id) VALUES (2, 'main.test', 5);
+                          UPDATE domains SET webspace_id = 2, limits_id = 6 WHERE id = 1\""
+fixture unlisted "panel \"DELETE FROM domains\""
+info_added="vmailbox +info@$D$T$D/info/Maildir/
+$(addresses + info info@$D)
+$(home + info)
+${qmail}| true"
+limit_lines=$(quota_lines + $((1048576 - ATT))S,0C)
+row dom+limited 0 "$info_added
+$limit_lines" --add-mailname --domain-name=$D --mailname=info
+row dom+limited+webspace 0 "$info_added
+$limit_lines" --add-mailname --domain-name=$D --mailname=info
+row dom+unlisted 1 "stderr ~ ^No such domain $D$
+tree *
+files *" --add-mailname --domain-name=$D --mailname=info
+# Without the panel's configuration file the mail root is the default one.
+fixture noconf "rm /etc/zvt/zvt.conf"
+row dom+noconf 0 "$info_added
+$(quota_lines + 0S,0C)" --add-mailname --domain-name=$D --mailname=info
 
 # The apostrophe is a mailname character the panel uses.
 row dom 0 "
@@ -248,6 +272,16 @@ row dom+aliases+info 0 "
 $(quota_lines - 0S,0C | head -1)
 $(quota_lines + $((5000 - ATT))S,0C | head -1)" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=5000
 row dom+aliases+info 0 "" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=-1
+# Attachments that fill the quota leave the smallest limit, 1 (0 would mean none); a warning
+# only when they exceed it.
+too_big='WARNING: @attachments directory is big enough to disable delivery!'
+for quota in $ATT 0; do
+  row dom+aliases+info 0 "
+$(quota_lines - 0S,0C | head -1)
+$(quota_lines + 1S,0C | head -1)
+stderr = $([ $quota = 0 ] && echo "$too_big")" \
+    --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=$quota
+done
 row dom+aliases+info 1 "stderr ~ ^mandatory option \"--disk-quota\" is not specified$" --set-mailbox-disk-quota --domain-name=$D --mailname=info
 
 # Two messages, one whose name gives its size; no maildirsize, so the Maildir is scanned.

@@ -88,6 +88,10 @@ use_fixture ready+halfway
 lock_held_run /etc/postfix/main.cf maincf "$SETUP"
 expect_status 0 "setup after the lock of main.cf went"
 expect_eq "$(postconf -h virtual_mailbox_base)" "$ROOT" "virtual_mailbox_base after the lock went"
+# So does a master.cf change, for master.cf's lock: two writers must not interleave their stores.
+use_fixture ready+transport_changed
+lock_held_run /etc/postfix/master.cf mastercf "$SETUP"
+expect_status 0 "setup after the lock of master.cf went"
 
 # The password database is never wiped by a plain run, only on request.
 fixture kept "passwd_sql \"INSERT INTO domains (name, status) VALUES ('kept.test', 0)\""

@@ -44,14 +44,10 @@ protected:
     TempDir dir_;
 };
 
-TEST(Base64, EncodesByTheAlphabetAndRefusesMalformedText)
+// Well-formed text of each padding, and binary bytes, go both ways in the cipher's tests (against
+// the openssl command); text that is not well formed is refused.
+TEST(Base64, RefusesMalformedText)
 {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foobar", "Zm9vYmFy"}, {std::string("\0\xff\x10", 3), "AP8Q"}};
-    for (const auto& [bytes, text] : cases) {
-        EXPECT_EQ(b64_encode(bytes), text) << bytes;
-        EXPECT_EQ(b64_decode(text), std::optional<std::string>(bytes)) << text;
-    }
     for (const char* text : {"Zg=", "Z===", "Zg=a", "Zm9v\n", "Zm9", "Zm!v", "=Zm9"})
         EXPECT_FALSE(b64_decode(text)) << text;
 }

@@ -1,4 +1,5 @@
-// The panel configuration file: line rules, reports, defaults and the password hand-over.
+// The panel configuration file: line rules and reports (its defaults are the mailname
+// scenario's), and the password hand-over.
 #include <syslog.h>
 #include <unistd.h>
 
@@ -67,22 +68,6 @@ TEST(ZvtConf, LineRules)
               "Invalid variable definition NO_VALUE   \n\nExpected a value\n"
               "Invalid variable definition -bad value\n\n"
               "Expected a space after variable name\n\n");
-}
-
-TEST(ZvtConf, MissingFileFallsBackToDefaults)
-{
-    // The unit tests run outside the sandbox only where /etc/zvt/zvt.conf does not exist.
-    if (::access("/etc/zvt/zvt.conf", F_OK) == 0)
-        GTEST_SKIP() << "a real /etc/zvt/zvt.conf is present";
-    quelt_log_init("console", 0, LOG_MAIL, 0, "test");
-    EXPECT_EQ(zvtConfGetDefaultByIndex(PRODUCT_ROOT_D_IDX), "/usr/local/zvt");
-    EXPECT_EQ(zvtConfGetDefault("QUELT_MAILNAMES_D").value_or(""), "/var/qmail/mailnames");
-    EXPECT_FALSE(zvtConfGet("NO_RESTART_DAEMON").has_value());
-    CaptureFd out(1);
-    EXPECT_FALSE(zvtConfGetDefault("_MAX_POSSIBLE_ZVT_CONF_VAR_NAME").has_value());
-    EXPECT_NE(out.text().find("variable '_MAX_POSSIBLE_ZVT_CONF_VAR_NAME' isn't found neither in "
-                              "/etc/zvt/zvt.conf nor in compile-time defaults"),
-              std::string::npos);
 }
 
 TEST(EnvPassword, PlainWinsAndOnlyItIsRemoved)

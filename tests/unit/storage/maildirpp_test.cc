@@ -5,8 +5,8 @@
 
 #include <ctime>
 
+#include "storage/maildir_manager.h"
 #include "storage/maildirpp.h"
-#include "storage/maildirpp_manager.h"
 #include "storage_fixture.h"
 
 namespace fs = boost::filesystem;
@@ -16,7 +16,6 @@ namespace {
 
 const std::string kHome = kRoot + "/example.com/info";
 const std::string kMaildir = kHome + "/Maildir";
-const std::string kTooBig = "WARNING: @attachments directory is big enough to disable delivery!\n";
 
 class MaildirppTest : public ::testing::Test {
 protected:
@@ -35,32 +34,6 @@ protected:
     }
     static std::string maildirsize() { return readFile(kMaildir + "/maildirsize"); }
 };
-
-TEST_F(MaildirppTest, ManagerSubtractsAttachmentsFromTheQuota)
-{
-    const std::string attachments = kHome + "/@attachments";
-    writeFile(attachments + "/file.bin", "");
-    const long long own = lstatOf(attachments).st_size;  // a folder has a size of its own
-    const struct {
-        long long attached;  // bytes of the one file in @attachments
-        long long quota;
-        std::string definition, warning;
-    } steps[] = {
-        {0, -1, "0S,0C\n", ""},
-        {0, 0, "1S,0C\n", kTooBig},
-        {1000 - own, 1048576, "1047576S,0C\n", ""},
-        {1000 - own, -1, "0S,0C\n", ""},
-        {1048576 - own, 1048576, "1S,0C\n", ""},  // filled exactly: no warning
-        {1048576 - own, 1000, "1S,0C\n", kTooBig},
-    };
-    auto& manager = quelt::mail::MaildirPPManager::getInstance();
-    for (const auto& s : steps) {
-        writeFile(attachments + "/file.bin", std::string(s.attached, 'a'));
-        EXPECT_EQ(stderrOf([&] { manager.setMailboxQuota("example.com", "info", s.quota); }), s.warning)
-            << s.attached << " / " << s.quota;
-        EXPECT_EQ(maildirsize(), s.definition + kEmptyUsage) << s.attached << " / " << s.quota;
-    }
-}
 
 TEST_F(MaildirppTest, ScanCountsNamedAndRealSizesSkippingTrashDotDotFoldersAndNonFolders)
 {

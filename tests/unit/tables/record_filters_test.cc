@@ -72,6 +72,7 @@ TEST(ElementFilters, KeepDropAndRewrite)
     }
 }
 
+// (A key in the domain and a line without a value are the chunked dump's below.)
 TEST(KeyValueFilter, LinesAreSplitTrimmedAndRejoined)
 {
     struct Case {
@@ -86,9 +87,7 @@ TEST(KeyValueFilter, LinesAreSplitTrimmedAndRejoined)
         {"k@x.net a,b", true, "k@x.net a, b", ""},
         {"k@x.net ", false, "", ""},
         {"k@x.net \t ", false, "", ""},
-        {"k@d.com v@x.net", false, "", ""},
         {"k@x.net v@d.com", false, "", ""},
-        {"nokeyvalue", false, "", "invalid key/value 'nokeyvalue'\n"},
         {"", false, "", "invalid key/value ''\n"},
     };
     for (const auto& c : cases) {
