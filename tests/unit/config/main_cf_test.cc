@@ -63,8 +63,7 @@ TEST_F(MainCf, AppendToAList)
         {"mynetworks", "127.0.0.0/8 10.0.0.0/8", "10.0.0.0/8", "127.0.0.0/8 10.0.0.0/8", 1},
         {"mynetworks", "127.0.0.0/8", "10.0.0.0/8", "127.0.0.0/8, 10.0.0.0/8", 1},
         {"mynetworks", "", "10.0.0.0/8", "10.0.0.0/8", 1},
-        {"smtpd_client_restrictions", "permit_mynetworks,reject", "reject", "permit_mynetworks,reject", 0},
-        {"smtpd_client_restrictions", "permit_mynetworks", "reject", "permit_mynetworks, reject", 1},
+        {"mynetworks", "127.0.0.0/8,10.0.0.0/8", "10.0.0.0/8", "127.0.0.0/8,10.0.0.0/8", 1},
     };
     for (const auto& c : cases) {
         store(c.name, c.before);

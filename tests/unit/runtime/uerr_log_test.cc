@@ -1,9 +1,6 @@
-// The error stream and the two loggers: which text reaches which stream, and when (the system
-// error appended, on both streams, is the attachment scenario's).
-#include <syslog.h>
-
+// The error stream (which stream gets which text, and the system error appended, are the
+// attachment scenario's).
 #include <cerrno>
-#include <cstdio>
 
 #include <gtest/gtest.h>
 
@@ -21,16 +18,6 @@ TEST(Messlog2, CutsNothing)
     const std::string big(10000, 'q');
     messlog2(0, 0, "%s", big.c_str());
     EXPECT_EQ(out.text(), big + "\n");
-}
-
-TEST(ConsoleLogger, PrintsOnlyUpToTheLevelOnBothStreams)
-{
-    quelt_log_init("console", 6, LOG_MAIL, 0, "test");
-    CaptureFd out(1), err(2);
-    quelt_log(12, "quiet %s", "one");
-    quelt_log(3, "loud %s", "two");
-    EXPECT_EQ(err.text(), "loud two\n");
-    EXPECT_EQ(out.text(), "loud two\n");
 }
 
 }  // namespace
