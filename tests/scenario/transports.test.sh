@@ -3,7 +3,6 @@
 # the Postfix restart that follows, removal by address that spares look-alike names, and
 # hostile addresses refused before anything changes.
 . "$MAILRIG_TESTS/scenario/rows.sh"
-T=$'\t'
 D=example.com
 MASTER=/etc/postfix/master.cf
 
@@ -45,8 +44,6 @@ fixture transports '
 
 # entry NAME IPV4 IPV6 PREFERENCE: the master.cf line of a transport.
 entry() { echo "$1 unix - n n - - smtp -o smtp_bind_address=$2 -o smtp_bind_address6=$3 -o smtp_address_preference=$4"; }
-quiet='stdout =
-stderr ='
 
 # --- --add-domain-to-sender-transport --------------------------------------------------------
 
