@@ -57,9 +57,8 @@ expect_same_file() {
 expect_stdout() { expect_file_eq "$OUT" "$1" "${2:-stdout}"; }
 expect_stderr() { expect_file_eq "$ERR" "$1" "${2:-stderr}"; }
 
-# [WHAT=...] check COMMAND...: the command succeeds (check_not: fails).
+# [WHAT=...] check COMMAND...: the command succeeds.
 check() { checks=$((checks + 1)); "$@" || fail "${WHAT:-check}: $*"; }
-check_not() { checks=$((checks + 1)); ! "$@" || fail "${WHAT:-check}: not $*"; }
 
 expect_eq() {
   checks=$((checks + 1))
