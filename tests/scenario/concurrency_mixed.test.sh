@@ -2,17 +2,8 @@
 # and their aliases, add and rename domain aliases, add and drop sender transports and domains of
 # their own, while a third domain is turned off and on, for a bounded time; afterwards every record a command
 # reported as done is there, and none that a command removed.
-. "$MAILRIG_TESTS/scenario/lib.sh"
-mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
-"$mdb" start >/dev/null
-trap '"$mdb" stop >/dev/null' EXIT
-
-Q=/var/spool/postfix/quelt
-ROOT=/var/qmail/mailnames
-printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
-"$MAILRIG_BUILD/src/front/setup/mailrig-setup" >/dev/null 2>&1 || fail "mailrig-setup did not prepare the sandbox"
-touch -d '-1 min' /etc/postfix/main.cf
-panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
+. "$MAILRIG_TESTS/scenario/rows.sh"
+use_fixture fresh
 # The transport commands restart Postfix through its init script.
 printf '#!/bin/sh\nexit 0\n' > /etc/init.d/postfix && chmod 755 /etc/init.d/postfix
 key() { postmap -q "$1" "hash:$Q/$2" >/dev/null 2>&1 && echo yes || echo no; }

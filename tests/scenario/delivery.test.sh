@@ -24,15 +24,8 @@ printf 'QUELT_MAILNAMES_D %s\n' "$ROOT" > /etc/zvt/zvt.conf
 # Only the server itself is a trusted client, so that relaying is refused to the others.
 postconf -e 'mynetworks = 127.0.0.1/32' 'maillog_file = /var/log/postfix.log'
 newaliases
-check_out=$(postfix check 2>&1)
-expect_eq "$check_out" "" "postfix check after mailrig-setup"
+expect_eq "$(postfix check 2>&1)" "" "postfix check after mailrig-setup"
 
-panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
-mailrig_ok() {
-  run "$@"
-  checks=$((checks + 1))
-  [ "$STATUS" -eq 0 ] || fail "mailrig $*: exit $STATUS: $(head -c 300 "$ERR")"
-}
 home() { echo "$ROOT/$1/$2"; }
 
 # --- what Postfix did ---------------------------------------------------------------------------
@@ -73,6 +66,7 @@ expect_landed() { # WHAT MAILBOXES
   settle
   expect_eq "$(landed)" "$2" "$1: where $TOKEN landed"
 }
+# A message that landed was accepted: the reply is checked where nothing lands.
 expect_reply() { # WHAT PATTERN
   checks=$((checks + 1))
   grep -Eq -- "$2" <<< "$REPLY" || fail "$1: SMTP reply '$REPLY' does not match $2"
@@ -93,16 +87,15 @@ ZVT_PASSWORD=secret mailrig_ok --add-mailbox --domain-name=off.test --mailname=i
 # A running Postfix sees a changed table only when its daemon starts anew or the file's time
 # has moved a second past the daemon's opening of it; after a change that decides what the
 # server accepts, the test restarts it instead of waiting.
-restart_postfix() {
+stop_postfix() {
   /usr/sbin/postfix stop >/dev/null 2>&1
   for _ in $(seq 100); do /usr/sbin/postfix status >/dev/null 2>&1 || break; sleep 0.1; done
-  /etc/init.d/postfix start >/dev/null 2>&1 || fail "Postfix did not start"
 }
+restart_postfix() { stop_postfix; /etc/init.d/postfix start >/dev/null 2>&1 || fail "Postfix did not start"; }
 restart_postfix
 
 # A mailbox: the message is in its Maildir as the mail user's file, with the envelope lines.
 send info@example.com
-expect_reply "mailbox" '^250$'
 expect_landed "mailbox" "example.com/info"
 msg=$(grep -rl -- "$TOKEN" "$(home example.com info)/Maildir/new" | head -1)
 expect_eq "$(stat -c %U "$msg")" "popuser" "a delivered message belongs to the mail user"
@@ -142,8 +135,7 @@ bounce_text | grep -q '5.2.2' && bounce_text | grep -q 'over quota' ||
 mailrig_ok --remove-mailbox --domain-name=example.com --mailname=gone
 send gone@example.com
 expect_reply "removed mailbox" '^250$'
-expect_landed "removed mailbox" ""
-expect_eq "$(bounce_text)" "" "removed mailbox: no bounce"
+expect_landed "removed mailbox (and no bounce to the sender)" ""
 
 # A removed mailname, an unknown recipient, a disabled domain: refused at SMTP time.
 mailrig_ok --remove-mailname --domain-name=example.com --mailname=gone
@@ -153,13 +145,11 @@ expect_reply "removed mailname" '^550 5\.1\.1 .*User unknown'
 send nobody@example.com
 expect_reply "unknown recipient" '^550 5\.1\.1 .*User unknown in virtual mailbox table'
 send info@off.test
-expect_reply "enabled second domain" '^250$'
 expect_landed "enabled second domain" "off.test/info"
 mailrig_ok --turn-off-domain --domain-name=off.test
 restart_postfix
 send info@off.test
 expect_reply "disabled domain" '^(454 4|554 5)\.7\.1 .*Relay access denied'
-expect_eq "$(landed)" "" "disabled domain: nothing delivered"
 
 # A forwarding loop is bounced instead of going round.
 mailrig_ok --add-mailname --domain-name=example.com --mailname=ping
@@ -255,7 +245,6 @@ panel "INSERT INTO mail_aliases (mn_id, alias) VALUES (1, 'sales')"
 mailrig_ok --set-catchall --domain-name=example.com --email=info@example.com
 restart_postfix
 send whoever@example.com
-expect_reply "catch-all" '^250$'
 expect_landed "catch-all" "example.com/info"
 
 # The panel's bounce program is not part of this server: a stand-in that says the phrase and
@@ -267,7 +256,6 @@ chmod 755 /usr/lib/quelt-9.0/bouncemessage
 mailrig_ok --set-bounce --domain-name=example.com --phrase='No such mailbox here'
 restart_postfix
 send whoever@example.com
-expect_reply "bounce policy" '^250$'
 expect_landed "bounce policy" "example.com/sender"
 checks=$((checks + 1))
 bounce_text | grep -q 'No such mailbox here' || fail "bounce policy: the phrase is not in the bounce"
@@ -281,12 +269,10 @@ panel "INSERT INTO domainaliases (name, dom_id) VALUES ('alias.test', 1)"
 mailrig_ok --add-domain-alias --domain-name=example.com --domain-alias-name=alias.test --set-reject
 restart_postfix
 send info@alias.test
-expect_reply "domain alias" '^250$'
 expect_landed "domain alias" "example.com/info"
 send sales@alias.test
 expect_landed "mail alias through a domain alias" "example.com/info"
 
-/usr/sbin/postfix stop >/dev/null 2>&1
-for _ in $(seq 100); do /usr/sbin/postfix status >/dev/null 2>&1 || break; sleep 0.1; done
+stop_postfix
 /usr/sbin/postfix status >/dev/null 2>&1 && fail "Postfix still runs after the stop"
 finish

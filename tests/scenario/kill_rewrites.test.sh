@@ -7,9 +7,8 @@
 big_state() {
   mailrig_ok --add-domain --domain-name=base.test
   panel "INSERT INTO domains (id, name) VALUES (1, 'base.test'); INSERT INTO mail (id, mail_name, dom_id, mbox_quota) VALUES (10, 'info', 1, -1);"
-  passwd_sql "INSERT INTO domains (name, status) VALUES ('base.test', 0);
-              INSERT INTO users (dom_id, name, status) SELECT id, 'info', 0 FROM domains WHERE name='base.test';"
   mailrig_ok --add-mailname --domain-name=base.test --mailname=info
+  ZVT_PASSWORD=secret mailrig_ok --add-mailbox --domain-name=base.test --mailname=info
   mailrig_ok --add-alias --domain-name=base.test --mailname=info --alias=sales
   mailrig_ok --add-redirect --domain-name=base.test --mailname=info --redirect-email=out@x.example
   awk 'BEGIN { for (i = 0; i < 50000; i++) printf "u%d@big.test a%d@x.example\n", i, i }' |

@@ -21,6 +21,16 @@ fail() {
   echo "FAIL: $*" >&2
 }
 
+# mailrig_ok ARGS...: runs mailrig, which must succeed.
+mailrig_ok() {
+  run "$@"
+  checks=$((checks + 1))
+  [ "$STATUS" -eq 0 ] || fail "mailrig $(printf '%q ' "$@")exited $STATUS: $(head -c 400 "$ERR")"
+}
+
+# panel SQL: runs SQL on the panel database of the sandbox's MariaDB server.
+panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
+
 expect_status() {
   checks=$((checks + 1))
   [ "$STATUS" -eq "$1" ] || fail "${2:-}: exit status $STATUS, expected $1 (stderr: $(head -c 400 "$ERR"))"
@@ -46,6 +56,9 @@ expect_same_file() {
 
 expect_stdout() { expect_file_eq "$OUT" "$1" "${2:-stdout}"; }
 expect_stderr() { expect_file_eq "$ERR" "$1" "${2:-stderr}"; }
+
+# [WHAT=...] check COMMAND...: the command succeeds.
+check() { checks=$((checks + 1)); "$@" || fail "${WHAT:-check}: $*"; }
 
 expect_eq() {
   checks=$((checks + 1))

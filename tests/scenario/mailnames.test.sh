@@ -1,7 +1,6 @@
 # The mailname, mailbox, alias, redirect and autoresponder commands end to end: every store a
 # command touches, for a domain without and with two domain aliases, and the failure paths.
 . "$MAILRIG_TESTS/scenario/rows.sh"
-T=$'\t'
 D=example.com
 HASH='$1$salt$hashedpanelvalue'
 
@@ -65,18 +64,8 @@ moved() {
 }
 A2=(alias1.example alias2.example)
 qmail="files +$D/info/.qmail: "
-quota_lines() { echo "files $1$D/info/Maildir/maildirsize: $2"; echo "files $1$D/info/Maildir/maildirsize:            0           0"; }
 
 # --- --add-mailname --------------------------------------------------------------------------
-
-row dom 0 "
-vmailbox +info@$D$T$D/info/Maildir/
-$(addresses + info info@$D)
-$(home + info)
-${qmail}| true
-$(quota_lines + 0S,0C)
-stdout =
-stderr =" --add-mailname --domain-name=$D --mailname=info
 
 # Through two domain aliases: one vmailbox run and one virtual run of three records.
 spy dom+aliases
@@ -85,17 +74,19 @@ vmailbox +info@$D$T$D/info/Maildir/
 $(addresses + info info@$D "${A2[@]}")
 $(home + info)
 ${qmail}| true
-$(quota_lines + 0S,0C)" --add-mailname --domain-name=$D --mailname=info
+$(maildirsize + $D/info 0S,0C)
+$quiet" --add-mailname --domain-name=$D --mailname=info
 expect_eq "$(cat "$SPY/log")" "-r -i hash:$Q/vmailbox
 -r -i hash:$Q/virtual" "postmap runs of a mailname with two domain aliases"
 
-# The name is folded to lower case; the empty @attachments folder counts against the quota.
+# Without domain aliases: the domain's records alone. The name is folded to lower case; the
+# empty @attachments folder counts against the quota.
 row dom 0 "
 vmailbox +info@$D$T$D/info/Maildir/
 $(addresses + info info@$D)
 $(home + info)
 ${qmail}| true
-$(quota_lines + $((1048576 - ATT))S,0C)" --add-mailname --domain-name=Example.COM --mailname=Info --disk-quota=1048576
+$(maildirsize + $D/info $((1048576 - ATT))S,0C)" --add-mailname --domain-name=Example.COM --mailname=Info --disk-quota=1048576
 # Without a quota the mailbox takes its domain's limit (of the webspace the domain is in, if
 # any); a domain the panel does not know gets no records.
 fixture limited "panel \"INSERT INTO Limits (id, limit_name, value)
@@ -108,7 +99,7 @@ info_added="vmailbox +info@$D$T$D/info/Maildir/
 $(addresses + info info@$D)
 $(home + info)
 ${qmail}| true"
-limit_lines=$(quota_lines + $((1048576 - ATT))S,0C)
+limit_lines=$(maildirsize + $D/info $((1048576 - ATT))S,0C)
 row dom+limited 0 "$info_added
 $limit_lines" --add-mailname --domain-name=$D --mailname=info
 row dom+limited+webspace 0 "$info_added
@@ -119,7 +110,7 @@ files *" --add-mailname --domain-name=$D --mailname=info
 # Without the panel's configuration file the mail root is the default one.
 fixture noconf "rm /etc/zvt/zvt.conf"
 row dom+noconf 0 "$info_added
-$(quota_lines + 0S,0C)" --add-mailname --domain-name=$D --mailname=info
+$(maildirsize + $D/info 0S,0C)" --add-mailname --domain-name=$D --mailname=info
 
 # The apostrophe is a mailname character the panel uses.
 row dom 0 "
@@ -127,20 +118,10 @@ vmailbox +o'neil@$D$T$D/o'neil/Maildir/
 $(addresses + "o'neil" "o'neil@$D")
 $(home + "o'neil")
 files +$D/o'neil/.qmail: | true
-files +$D/o'neil/Maildir/maildirsize: 0S,0C
-files +$D/o'neil/Maildir/maildirsize:            0           0" --add-mailname --domain-name=$D --mailname="o'neil"
+$(maildirsize + "$D/o'neil" 0S,0C)" --add-mailname --domain-name=$D --mailname="o'neil"
 
-# Invalid and hostile mailnames fail before any store is touched, in every mailname command.
-long=$(printf 'a%.0s' {1..246})
-for name in '' .info info. a..b "$long" 'in fo' $'in\nfo' 'in"fo' 'in\fo' '$(id)' '../info' 'a/b' 'Ünï'; do
-  shown=${name//\\/\\\\}; shown=${shown//$'\n'/\\n}
-  row dom+aliases 1 "stderr = Fatal error: std::invalid_argument($shown)" --add-mailname --domain-name=$D --mailname "$name"
-done
-for cmd in --remove-mailname --add-mailbox --remove-mailbox --set-password --get-mailbox-size; do
-  ZVT_PASSWORD=x row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(../info)" $cmd --domain-name=$D --mailname=../info
-done
-row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(a..b)" --set-mailbox-disk-quota --domain-name=$D --mailname=a..b --disk-quota=1
-row dom 1 "stderr ~ ^Fatal error: .*(invalid domain name|IdnaError)" --add-mailname --domain-name='example.com/../x' --mailname=info
+# Invalid and hostile mailnames and domains, in every mailname command, are rows of the hostile
+# inputs; the message names the refused mailname as given (see --rename-mailname below).
 row dom 1 "stderr ~ ^mandatory option \"--mailname\" is not specified$" --add-mailname --domain-name=$D
 
 # --- --remove-mailname -----------------------------------------------------------------------
@@ -269,16 +250,16 @@ row dom+aliases+info+nopasswd 1 "stderr ~ Unable to open database" --set-passwor
 # --- quota and size --------------------------------------------------------------------------
 
 row dom+aliases+info 0 "
-$(quota_lines - 0S,0C | head -1)
-$(quota_lines + $((5000 - ATT))S,0C | head -1)" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=5000
+$(maildirsize - $D/info 0S,0C | head -1)
+$(maildirsize + $D/info $((5000 - ATT))S,0C | head -1)" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=5000
 row dom+aliases+info 0 "" --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=-1
 # Attachments that fill the quota leave the smallest limit, 1 (0 would mean none); a warning
 # only when they exceed it.
 too_big='WARNING: @attachments directory is big enough to disable delivery!'
 for quota in $ATT 0; do
   row dom+aliases+info 0 "
-$(quota_lines - 0S,0C | head -1)
-$(quota_lines + 1S,0C | head -1)
+$(maildirsize - $D/info 0S,0C | head -1)
+$(maildirsize + $D/info 1S,0C | head -1)
 stderr = $([ $quota = 0 ] && echo "$too_big")" \
     --set-mailbox-disk-quota --domain-name=$D --mailname=info --disk-quota=$quota
 done
@@ -317,22 +298,11 @@ row dom+aliases+info 0 "" --remove-alias --domain-name=$D --mailname=info --alia
 row dom+aliases+info+nopasswd 1 "
 $(addresses - sales info@$D "${A2[@]}")
 stderr ~ Unable to open database" --remove-alias --domain-name=$D --mailname=info --alias=sales
-for name in '' $'x\ny' 'x y' 'x"y' 'x\y' '$(id)' '../x' 'x@y.test'; do
-  shown=${name//\\/\\\\}; shown=${shown//$'\n'/\\n}
-  row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument($shown)" --add-alias --domain-name=$D --mailname=info --alias "$name"
-  row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument($shown)" --remove-alias --domain-name=$D --mailname "$name" --alias=sales
-done
 
 # --- redirects -------------------------------------------------------------------------------
 
 row dom+aliases+info 0 "${qmail}&boss@xn--bcher-kva.example" --add-redirect --domain-name=$D --mailname=info --redirect-email=Boss@bücher.example
 row dom+aliases+info 0 "files -$D/info/.qmail: &chief@other.test" --remove-redirect --domain-name=$D --mailname=info --redirect-email=chief@other.test
-for target in $'a@b.test\n&evil@x.test' 'a b@x.test' '"q"@x.test' 'a\b@x.test' '$(id)@x.test' '../x@x.test' 'a@b@c.test' 'nobody' 'a@x..test' $'a@x.test\n'; do
-  for cmd in --add-redirect --remove-redirect; do
-    row dom+aliases+info 1 "stderr ~ ^Fatal error: .*(invalid mail address|IdnaError)" $cmd --domain-name=$D --mailname=info --redirect-email="$target"
-  done
-done
-row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(../info)" --add-redirect --domain-name=$D --mailname=../info --redirect-email=a@b.test
 
 # --- autoresponder ---------------------------------------------------------------------------
 

@@ -27,6 +27,7 @@ ROOT=/var/qmail/mailnames
 HANDLERS_DB=/var/lib/quelt/mail/handlers/handlers.db
 SETUP=$MAILRIG_BUILD/src/front/setup/mailrig-setup
 TABLES=(virtual_domains virtual vmailbox aliases sdd_transport_maps blacklists)
+TABLES_RE=$(IFS='|'; echo "${TABLES[*]}")
 STORES=" ${TABLES[*]} tree files passwd handlers panel maincf mastercf other signals "
 # What a reset puts back, grouped by parent folder (one copy per group).
 SAVED_DIRS=(/var/spool/postfix/quelt /var/qmail /var/lib/quelt /etc/postfix /etc/zvt /etc/zvt-spf
@@ -35,15 +36,12 @@ STATE=$MAILRIG_SANDBOX_ROOT/rows
 mdb=$MAILRIG_SANDBOX_DIR/mariadb.sh
 mkdir -p "$STATE/postconf"
 
-panel() { mariadb --no-defaults --protocol=socket --socket=/run/mysqld/mysqld.sock -uroot zvt -N -B -e "$1"; }
 passwd_sql() { sqlite3 "$Q/passwd.db" "$1"; }
 handlers_sql() { sqlite3 "$HANDLERS_DB" "$1"; }
-dump() { postmap -s "hash:$Q/$1" | sort; }
-mailrig_ok() {
-  run "$@"
-  checks=$((checks + 1))
-  [ "$STATUS" -eq 0 ] || fail "mailrig $(printf '%q ' "$@")exited $STATUS: $(head -c 400 "$ERR")"
-}
+T=$'\t'
+# The EXPECT lines of a command that prints nothing.
+quiet='stdout =
+stderr ='
 
 # --- snapshots -------------------------------------------------------------------------------
 
@@ -67,11 +65,9 @@ snap_files() { # lines of small files under the mail root, mail messages aside
 }
 
 snap_other() { # checksums of the remaining files mailrig may write
-  local tables_re
-  tables_re=$(IFS='|'; echo "${TABLES[*]}")
   find /etc/zvt-spf /etc/domainkeys /etc/sysconfig /var/spool/cron /usr/local/zvt /etc/zvt \
        /etc/courier /var/lib/quelt /etc/postfix "$Q" -type f 2>/dev/null |
-    grep -Ev "^($HANDLERS_DB|/etc/postfix/(main|master)\.cf|$Q/(($tables_re)(\.db)?|passwd\.db|master\.cf\.disabled))$" |
+    grep -Ev "^($HANDLERS_DB|/etc/postfix/(main|master)\.cf|$Q/(($TABLES_RE)(\.db)?|passwd\.db|master\.cf\.disabled))$" |
     xargs -r sha1sum | awk '{print $2, $1}'
 }
 
@@ -181,6 +177,17 @@ std() {
     printf 'virtual %s%s@%s\t%s@localhost.localdomain\n' "$1" "$w" "$2" "$w"
   done
 }
+# domain_lines SIGN DOMAIN: DOMAIN's record, standard addresses and root folder as EXPECT lines.
+domain_lines() {
+  printf 'virtual_domains %s%s\t%s/\n' "$1" "$2" "$2"
+  std "$1" "$2"
+  echo "tree $1$2/ popuser:popuser 750"
+}
+# maildirsize SIGN HOME QUOTA: the lines of HOME's maildirsize file holding QUOTA and no use.
+maildirsize() {
+  echo "files $1$2/Maildir/maildirsize: $3"
+  echo "files $1$2/Maildir/maildirsize:            0           0"
+}
 
 # --- fixtures --------------------------------------------------------------------------------
 
@@ -252,23 +259,16 @@ prepare_fresh() {
 
 # use_fixture NAME: the stores as NAME left them; NAME is built on first use.
 use_fixture() {
-  local name=$1 part parts
-  [[ $name != fresh && $name != fresh+* ]] || prepare_fresh
-  if [ ! -d "$STATE/$name" ]; then
-    IFS=+ read -ra parts <<< "$name"
-    # Start from the longest saved prefix ("a+b" for "a+b+c"; bare or fresh named first).
-    local n prefix
-    for ((n = ${#parts[@]} - 1; n > 0; n--)); do
-      prefix=$(IFS=+; echo "${parts[*]:0:n}")
-      [ ! -d "$STATE/$prefix" ] || break
-    done
-    if [ "$n" -gt 0 ]; then
-      restore_state "$prefix"; parts=("${parts[@]:n}")
-    elif [ -z "${FIXTURES[${parts[0]}]+set}" ] && [ -d "$STATE/${parts[0]}" ]; then
-      restore_state "${parts[0]}"; parts=("${parts[@]:1}")
-    else
-      prepare_fresh; restore_state fresh
-    fi
+  local name=$1 base=$1 part
+  local -a parts=()
+  # Start from the longest saved prefix ("a+b" for "a+b+c"; bare, ready or fresh named first).
+  while [ "$base" != fresh ] && [ ! -d "$STATE/$base" ]; do
+    parts=("${base##*+}" "${parts[@]}")
+    if [[ $base == *+* ]]; then base=${base%+*}; else base=fresh; fi
+  done
+  [ "$base" != fresh ] || prepare_fresh
+  if [ ${#parts[@]} -gt 0 ]; then
+    restore_state "$base"
     for part in "${parts[@]}"; do
       if [ -z "${FIXTURES[$part]+set}" ]; then fail "unknown fixture $part"; return 1; fi
       PANEL_LOADED=  # a fixture may change the panel database
@@ -291,8 +291,8 @@ row() {
   label="row $rows ($where, $fx): ${MAILRIG##*/}$([ $# -eq 0 ] || printf ' %q' "$@")"
   use_fixture "$fx" || { fail "$label: fixture unusable"; return; }
 
-  local -a problems=()
-  local expected=$STATE/row.expected wild=' ' stream op text
+  local -a problems=() streams=()
+  local expected=$STATE/row.expected wild=' ' text i file got
   : > "$expected"
   while IFS= read -r line; do
     line=${line#"${line%%[![:space:]]*}"}
@@ -300,12 +300,7 @@ row() {
     store=${line%% *}; rest=${line#"$store"}; rest=${rest# }
     case $store in
       stdout|stderr)
-        op=${rest:0:1}; text=${rest:2}
-        case $op in
-          '=') printf '%s\t%s\n' "$store" "$text" >> "$STATE/row.streams" ;;
-          '~') printf '~%s\t%s\n' "$store" "$text" >> "$STATE/row.streams" ;;
-          *) problems+=("bad EXPECT line: $line") ;;
-        esac ;;
+        if [[ $rest == [=~]* ]]; then streams+=("$store" "$rest"); else problems+=("bad EXPECT line: $line"); fi ;;
       *)
         if [[ $STORES != *" $store "* ]]; then problems+=("unknown store in EXPECT: $line")
         elif [ "$rest" = '*' ]; then wild+="$store "
@@ -319,18 +314,16 @@ row() {
   "$MAILRIG" "$@" >"$OUT" 2>"$ERR" </dev/null || STATUS=$?
   [ "$STATUS" -eq "$rc" ] || problems+=("exit status $STATUS, expected $rc")
 
-  if [ -e "$STATE/row.streams" ]; then
-    while IFS=$'\t' read -r stream text; do
-      local file=$OUT; [[ $stream == *stderr ]] && file=$ERR
-      if [[ $stream == '~'* ]]; then
-        grep -Eq -- "$text" "$file" || problems+=("${stream#\~} does not match /$text/")
-      elif ! cmp -s "$file" <(if [ -n "$text" ]; then printf '%b\n' "$text"; fi); then
-        local got; got=$(cat "$file"; echo .); got=${got%.}
-        problems+=("$stream is $(printf %q "$got"), expected $(printf %q "$text")")
-      fi
-    done < "$STATE/row.streams"
-    rm -f "$STATE/row.streams"
-  fi
+  for ((i = 0; i < ${#streams[@]}; i += 2)); do
+    file=$OUT; [ "${streams[i]}" = stdout ] || file=$ERR
+    text=${streams[i + 1]:2}
+    if [[ ${streams[i + 1]} == '~'* ]]; then
+      grep -Eq -- "$text" "$file" || problems+=("${streams[i]} does not match /$text/")
+    elif ! cmp -s "$file" <(if [ -n "$text" ]; then printf '%b\n' "$text"; fi); then
+      got=$(cat "$file"; echo .); got=${got%.}
+      problems+=("${streams[i]} is $(printf %q "$got"), expected $(printf %q "$text")")
+    fi
+  done
 
   snapshot_all "$STATE/row.after" "$fx"
   local before=$STATE/$fx/snapshot

@@ -52,10 +52,8 @@ stdout = $(report "created $ROOT" "created /var/lib/quelt/mail/handlers" \
   "main.cf: set virtual_transport = mailrig" "main.cf: set mailrig_destination_recipient_limit = 1" \
   "mailrig-setup: the server is ready")"
 save_state ready
-checks=$((checks + 1))
-[ -s "$Q/passwd_db_key" ] || fail "password key missing or empty"
-postfix check >"$OUT" 2>&1 || fail "postfix check after setup: $(cat "$OUT")"
-expect_eq "$(cat "$OUT")" "" "postfix check is silent"
+WHAT="password key, not empty" check [ -s "$Q/passwd_db_key" ]
+expect_eq "$(postfix check 2>&1 || echo "exit status $?")" "" "postfix check after setup: silent, status 0"
 
 # A prepared server: nothing to change, no byte changed. A partly prepared one: only what is
 # missing or wrong, and a list that has the item is left as it is.
@@ -74,10 +72,8 @@ fixture transport_changed "sed -i 's|^mailrig unix.*|mailrig unix - n n - - pipe
 MAILRIG=$SETUP row ready+transport_changed 0 "mastercf -mailrig unix - n n - - pipe user=nobody argv=/bin/true
 mastercf +$TRANSPORT
 stdout = master.cf: set the delivery transport $TRANSPORT\nmailrig-setup: the server is ready"
-checks=$((checks + 1))
-[ "$(grep -n '^mailrig ' /etc/postfix/master.cf | cut -d: -f1)" = \
-  "$(grep -n '^mailrig ' "$STATE/ready+transport_changed/root/etc/postfix/master.cf" | cut -d: -f1)" ] ||
-  fail "the transport entry moved"
+expect_eq "$(grep -n '^mailrig ' /etc/postfix/master.cf | cut -d: -f1)" \
+  "$(grep -n '^mailrig ' "$STATE/ready+transport_changed/root/etc/postfix/master.cf" | cut -d: -f1)" "the transport entry's line"
 mv "$AGENT" "$AGENT.away"
 MAILRIG=$SETUP row ready 0 "stdout = warning: the delivery agent $AGENT is not installed; Postfix keeps mailbox mail queued until it is\nmailrig-setup: nothing to change, the server is ready
 stderr ="
@@ -108,8 +104,7 @@ stderr = Error: the mail user popuser does not exist; create it with\n    groupa
 MAILRIG=$SETUP row ready+nouser 0 "maincf *
 tree *
 stdout ~ ^created the mail user popuser$" --create-user
-checks=$((checks + 1))
-getent passwd popuser >/dev/null || fail "popuser not created"
+WHAT="popuser created" check getent passwd popuser >/dev/null
 
 # /var/lock is emptied at boot, so a server may have no folder for the lock files yet. Not a
 # fixture: the folder is not among the stores a fixture puts back.

@@ -3,7 +3,6 @@
 # the Postfix restart that follows, removal by address that spares look-alike names, and
 # hostile addresses refused before anything changes.
 . "$MAILRIG_TESTS/scenario/rows.sh"
-T=$'\t'
 D=example.com
 MASTER=/etc/postfix/master.cf
 
@@ -34,7 +33,6 @@ ADMIN='# content filter, added by hand
   -o smtp_helo_name=relay.example'
 fixture admin 'printf "%s\n" "$ADMIN" >> $MASTER'
 # Transports of 192.0.2.7, 2001:db8::1 and look-alikes, and the map records using them.
-LOOKALIKES=(192.0.2.70- -1-2001-db8--1 ---ffff-192.0.2.7 192.0.2.17-)
 fixture transports '
   for pair in 192.0.2.7/ /2001:db8::1 192.0.2.7/2001:db8::1 192.0.2.70/ /1:2001:db8::1 /::ffff:192.0.2.7 192.0.2.17/; do
     IFS=/ read -r v4 v6 <<< "$pair"
@@ -45,8 +43,6 @@ fixture transports '
 
 # entry NAME IPV4 IPV6 PREFERENCE: the master.cf line of a transport.
 entry() { echo "$1 unix - n n - - smtp -o smtp_bind_address=$2 -o smtp_bind_address6=$3 -o smtp_address_preference=$4"; }
-quiet='stdout =
-stderr ='
 
 # --- --add-domain-to-sender-transport --------------------------------------------------------
 
@@ -93,17 +89,14 @@ $(restarted 1 none)
 $quiet" --remove-domain-from-sender-transport --domain-name=EXAMPLE.com
 row admin+transports 1 "stderr ~ invalid domain name" --remove-domain-from-sender-transport $'--domain-name=a.example\nb.example'
 
-# --- --remove-sender-transport: every service whose IPv4 or IPv6 part is the address ---------
+# --- --remove-sender-transport: every service whose IPv4 or IPv6 part is the address; the rows
+# fail on any other master.cf line gone (the look-alikes and the admin's entries stay) ---------
 
 gone_v4="mastercf -$(entry 192.0.2.7- 192.0.2.7 '' ipv4)
 mastercf -$(entry 192.0.2.7-2001-db8--1 192.0.2.7 2001:db8::1 any)"
 row admin+transports 0 "$gone_v4
 $(restarted 0 192.0.2.17-:)
 $quiet" --remove-sender-transport --ip-addr=192.0.2.7
-# The look-alikes, the admin's entries and the records stay.
-for name in "${LOOKALIKES[@]}" 192.0.2.7-relay 127.0.0.1:10025; do
-  expect_eq "$(grep -c "^$name " $MASTER)" 1 "$name kept"
-done
 gone_v6="mastercf -$(entry -2001-db8--1 '' 2001:db8::1 ipv6)
 mastercf -$(entry 192.0.2.7-2001-db8--1 192.0.2.7 2001:db8::1 any)"
 for ip in 2001:db8::1 2001:DB8:0:0::1; do
