@@ -27,9 +27,9 @@ row hooks 0 'handlers +handlers|3|2|1|50|filter|example.com|/usr/bin/filter|ctx'
 row hooks 0 'handlers +handlers|2|1|1|50|filter|info@xn--bcher-kva.example|/usr/bin/filter|ctx' \
   $ADD --handler-type=recipient --handler-type-name=Info@bücher.example --hook=before-local
 # a global handler without an address, or with an empty one, is registered for all of them
-for blank in '' --handler-type-name=; do
-  row hooks 0 'handlers +handlers|1|4|1|50|filter|all|/usr/bin/filter|ctx' $ADD --handler-type=global $blank --hook=before-queue
-done
+row hooks 0 'handlers +handlers|1|4|1|50|filter|all|/usr/bin/filter|ctx' $ADD --handler-type=global --hook=before-queue
+row hooks 0 'handlers +handlers|1|4|1|50|filter|all|/usr/bin/filter|ctx' \
+  $ADD --handler-type=global --handler-type-name '' --hook=before-queue
 row hooks 0 'handlers +handlers|1|4|1|50|filter|all-recipients|/usr/bin/filter|ctx' \
   $ADD --handler-type=global --handler-type-name=all-recipients --hook=before-queue
 row hooks 1 '' $ADD --handler-type=global --handler-type-name=info@example.com --hook=before-queue
