@@ -14,15 +14,13 @@ namespace db = quelt::mail::postfix::database;
 
 namespace {
 
-// Each filter over single elements and value lists: kept or dropped, and what it becomes.
+// Each filter the commands use, over single elements and value lists: kept or dropped, and
+// what it becomes.
 TEST(ElementFilters, KeepDropAndRewrite)
 {
     using Filter = std::function<bool(std::string&)>;
     const Filter without = db::NotInDomainFilter("d.com", false);
-    const Filter with = db::NotInDomainFilter("d.com", true);
     const Filter part = db::ReplaceDomainPart("d.com", "e.org", false);
-    const Filter partSub = db::ReplaceDomainPart("d.com", "e.org", true);
-    const Filter path = db::ReplaceDomainPath("d.com", "e.org");
     const std::string from = "a@d.com", to = "b@d.com";
     const Filter element = db::ReplaceElementFilterRef(from, to);
     const Filter list = db::ValueListFilter<db::NotInDomainFilter>(db::NotInDomainFilter("d.com", false));
@@ -41,20 +39,11 @@ TEST(ElementFilters, KeepDropAndRewrite)
         {without, "xd.com", true, "xd.com"},
         {without, "D.com", true, "D.com"},
         {without, "d.com.org", true, "d.com.org"},
-        {with, "info@sub.d.com", false, "info@sub.d.com"},
-        {with, "sub.d.com", false, "sub.d.com"},
-        {with, "info@xd.com", true, "info@xd.com"},
         {part, "d.com", true, "e.org"},
         {part, "info@d.com", true, "info@e.org"},
         {part, "info@sub.d.com", true, "info@sub.d.com"},
         {part, "xd.com", true, "xd.com"},
         {part, "d.com/info/", true, "d.com/info/"},
-        {partSub, "sub.d.com", true, "sub.e.org"},
-        {partSub, "info@sub.d.com", true, "info@sub.e.org"},
-        {partSub, "xd.com", true, "xd.com"},
-        {path, "d.com/user/", true, "e.org/user/"},
-        {path, "d.comx/user/", true, "e.orgx/user/"},  // the prefix alone is tested
-        {path, "xd.com/user/", true, "xd.com/user/"},
         {element, "a@d.com", true, "b@d.com"},
         {element, "a@d.com/", true, "b@d.com/"},
         {element, "a@d.com//", true, "a@d.com//"},
