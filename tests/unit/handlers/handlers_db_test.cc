@@ -146,32 +146,29 @@ std::string responder(const std::string& address)
     return "2/1/1/90 autoresponder " + address;
 }
 
-// One row per mailname and domain; a refused item in either list leaves the database alone.
-TEST_F(HandlersDb, AutoresponderRowsForEveryMailnameAtEveryDomain)
+// One row per listed mailname (the commands pass one checked domain); a refused item leaves the
+// database alone.
+TEST_F(HandlersDb, AutoresponderRowsForEveryListedMailname)
 {
-    ASSERT_EQ(autoresponder_action("info, Sales", "a.test,Bücher.Example", AUTORESPONDER_ADD), 0);
+    ASSERT_EQ(autoresponder_action("info, Sales,boss", "a.test", AUTORESPONDER_ADD), 0);
     ASSERT_EQ(autoresponder_action("sales", "a.test", AUTORESPONDER_REMOVE), 0);
-    EXPECT_EQ(autoresponder_action("info", "c.test", 4), 0) << "any other action changes nothing";
-    const Rows want = {responder("info@a.test"), responder("info@xn--bcher-kva.example"),
-                       responder("sales@xn--bcher-kva.example")};
+    EXPECT_EQ(autoresponder_action("info", "a.test", 4), 0) << "any other action changes nothing";
+    const Rows want = {responder("boss@a.test"), responder("info@a.test")};
     EXPECT_EQ(rows(), want);
 
     const std::string some = "Unable to make action for some autoresponder handlers";
     const std::string longName(240, 'm');
     const std::tuple<std::string, std::string, Log> refused[] = {
         {"info,", "a.test", {{LOG_ERR, "Mailname '' is not valid"}}},
-        {"info", "a.test,", {{LOG_ERR, "invalid domain name ''"}, {LOG_ERR, some}}},
-        {"info", "a.test,../etc", {{LOG_ERR, "idn_toascii() failed: Invalid length"}, {LOG_ERR, some}}},
-        {"info", "a.test,x/y.test", {{LOG_ERR, "invalid domain name 'x/y.test'"}, {LOG_ERR, some}}},
         {longName, "abcdefghijklmn.test", {{LOG_ERR, "domain name too long\n"}, {LOG_ERR, some}}},
     };
     for (const auto& [mailnames, domains, log] : refused) {
         for (int action : {AUTORESPONDER_ADD, AUTORESPONDER_REMOVE}) {
             g_logged.clear();
-            EXPECT_EQ(autoresponder_action(mailnames.c_str(), domains.c_str(), action), -1) << domains;
-            EXPECT_EQ(g_logged, log) << domains;
+            EXPECT_EQ(autoresponder_action(mailnames.c_str(), domains.c_str(), action), -1) << mailnames;
+            EXPECT_EQ(g_logged, log) << mailnames;
         }
-        EXPECT_EQ(rows(), want) << domains;
+        EXPECT_EQ(rows(), want) << mailnames;
     }
 }
 
