@@ -19,7 +19,6 @@ TEST(Mailname, AcceptsAndRejects)
     };
     for (const auto& [name, valid] : cases)
         EXPECT_EQ(is_mailname_valid(name.c_str()), valid) << "'" << name << "'";
-    EXPECT_EQ(is_mailname_valid(nullptr), 0);
 }
 
 // The longest names still accepted, and the ASCII lower-case forms; the hostile values are rows
