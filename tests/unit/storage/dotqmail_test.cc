@@ -53,7 +53,7 @@ TEST_F(DotQMailTest, EveryChangeLeavesExactLinesOwnedByPopuser)
         {"enable again", [&] { file.enableDelivery(); }, "| true\n" + kDelivery},
         {"forward", [&] { file.addRedirect("a@example.net", Position::End); },
          "| true\n" + kDelivery + "&a@example.net\n"},
-        {"second forward", [&] { file.addRedirect("b@example.net", Position::Beginning); },
+        {"second forward", [&] { file.addRedirect("b@example.net", Position::End); },
          "| true\n" + kDelivery + "&a@example.net\n&b@example.net\n"},
         {"enable after forwards", [&] { file.enableDelivery(); },
          "| true\n&a@example.net\n&b@example.net\n" + kDelivery},
