@@ -73,7 +73,7 @@ snap_other() { # checksums of the remaining files mailrig may write
 
 snap_signals() {
   [ -n "${STANDIN_PID:-}" ] || return 0
-  local state pending status=0 bits n=1 try
+  local state pending status=0 bits try
   # Asleep with nothing pending: untouched. Dying (running, or a zombie) or with a signal
   # pending: signalled. Anything else is a moment of passage; look again.
   for try in $(seq 500); do
@@ -84,14 +84,12 @@ snap_signals() {
     [ -z "$state" ] || [ "$state" = Z ] || [ "$bits" -ne 0 ] && break
     sleep 0.01
   done
-  if [ "$bits" -ne 0 ]; then
-    while [ $((bits & 1)) -eq 0 ]; do bits=$((bits >> 1)); n=$((n + 1)); done
-    kill -KILL "$STANDIN_PID" 2>/dev/null; wait "$STANDIN_PID" 2>/dev/null
-    echo "trivial-rewrite $(kill -l "$n")"
-  else
-    wait "$STANDIN_PID" 2>/dev/null || status=$?
-    if [ "$status" -gt 128 ]; then echo "trivial-rewrite $(kill -l $((status - 128)))"; else echo "trivial-rewrite exit $status"; fi
-  fi
+  # The pending bits cannot name the signal: a fatal one is pending beside the SIGKILL the kernel
+  # adds to end the process. A dying process ignores our SIGKILL and exits with the signal sent;
+  # one that a signal did not end exits with ours.
+  [ "$bits" -eq 0 ] || kill -KILL "$STANDIN_PID" 2>/dev/null
+  wait "$STANDIN_PID" 2>/dev/null || status=$?
+  if [ "$status" -gt 128 ]; then echo "trivial-rewrite $(kill -l $((status - 128)))"; else echo "trivial-rewrite exit $status"; fi
   start_standin
 }
 
