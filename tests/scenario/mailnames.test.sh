@@ -67,8 +67,11 @@ qmail="files +$D/info/.qmail: "
 
 # --- --add-mailname --------------------------------------------------------------------------
 
-# Through two domain aliases: one vmailbox run and one virtual run of three records.
+# Through two domain aliases: one vmailbox run and one virtual run of three records. A postmap
+# run starts with the standard streams alone (and bash's own script, 255), whatever mailrig
+# inherited or holds itself.
 spy dom+aliases
+exec 3</etc/hostname
 row dom+aliases 0 "
 vmailbox +info@$D$T$D/info/Maildir/
 $(addresses + info info@$D "${A2[@]}")
@@ -76,8 +79,10 @@ $(home + info)
 ${qmail}| true
 $(maildirsize + $D/info 0S,0C)
 $quiet" --add-mailname --domain-name=$D --mailname=info
+exec 3<&-
 expect_eq "$(cat "$SPY/log")" "-r -i hash:$Q/vmailbox
 -r -i hash:$Q/virtual" "postmap runs of a mailname with two domain aliases"
+expect_eq "$(sort -n "$SPY/fds" | uniq -c | tr -s ' ' | paste -sd,)" " 2 0, 2 1, 2 2, 2 255" "descriptors of the postmap runs"
 
 # Without domain aliases: the domain's records alone. The name is folded to lower case; the
 # empty @attachments folder counts against the quota.
@@ -159,8 +164,7 @@ ZVT_PASSWORD=other row dom+aliases+info 0 "$renamed
 passwd -users|1|1|info||$HASH|0
 passwd +users|1|1|office||$HASH|0" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office -D
 expect_eq "$(sort -u "$SPY/env")" 0 "password variables in the environment of postmap"
-rename_runs=$(wc -l < "$SPY/log")
-expect_eq "$rename_runs" 8 "postmap runs of a rename through two domain aliases"
+expect_eq "$(wc -l < "$SPY/log")" 8 "postmap runs of a rename through two domain aliases"
 
 row dom+aliases+info 1 "stderr = Fatal error: std::invalid_argument(office/x)" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office/x
 row dom+aliases+info 1 "stderr ~ ^mandatory option \"--new-mailname\" is not specified$" --rename-mailname --domain-name=$D
@@ -171,23 +175,6 @@ tables() { postmap -s hash:$Q/vmailbox; postmap -s hash:$Q/virtual; }
 before=$(tables)
 row dom+aliases+info+taken 1 "stderr ~ ^Fatal error: .*filesystem_error" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office
 expect_eq "$(tables)" "$before" "unsorted dumps of vmailbox and virtual after a failed home rename"
-# Each run of the table steps failing in turn: the completed steps are undone. Runs 5 on
-# rename the keys through the domain aliases, after the home was renamed: not undone.
-for k in $(seq 1 "$rename_runs"); do
-  spy dom+aliases+info "$k"
-  if [ "$k" -le 4 ]; then
-    row dom+aliases+info 1 "stderr = Fatal error: quelt::mail::postfix::PostfixConfigurationError(postmap: fatal: injected failure\n)" \
-      --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office
-  else
-    # The key through a domain alias: renamed (full) or only its value followed (half).
-    full() { echo "virtual -info@$1${T}info@$D"; echo "virtual +office@$1${T}office@$D"; }
-    half() { echo "virtual -info@$1${T}info@$D"; echo "virtual +info@$1${T}office@$D"; }
-    row dom+aliases+info 1 "$(printf '%s\n' "$renamed" | grep -Ev '^virtual [-+](info|office)@alias[12]\.example|^handlers ')
-$( [ "$k" -le 6 ] && half alias1.example || full alias1.example)
-$(half alias2.example)
-stderr ~ injected failure" --rename-mailname --domain-name=$D --old-mailname=info --new-mailname=office
-  fi
-done
 # An undo step that fails is reported with its table, and the other still runs.
 critical() {
   printf 'CRITICAL ERROR: Unable to properly restore %s used by Quelt.\\nMail system may be not usable at the moment and it cannot be repaired automatically.\\nConstact Korvaneth support to resolve this issue.' "$1"
@@ -215,8 +202,8 @@ passwd +users|1|1|info||$HASH|0
 passwd +users|2|2|info||$HASH|0
 passwd +users|3|3|info||$HASH|0
 stderr =" --add-mailbox --domain-name=$D --mailname=info -D
-# A plain password is stored encrypted, under the mailname only.
-ZVT_PASSWORD=secret row dom+aliases+info 0 "passwd *
+# A plain password is stored encrypted, under the mailname only; it wins over a panel hash.
+ZVT_PASSWORD=secret ZVT_CRYPTED_PASSWORD=ignored row dom+aliases+info 0 "passwd *
 files +$D/boss/.qmail: | /usr/bin/deliverquota ./Maildir" --add-mailbox --domain-name=$D --mailname=boss
 expect_eq "$(passwd_sql "SELECT d.name || ' ' || (u.userPassword LIKE '\$AES-256-CBC:PKCS\$%') || ' ' || ifnull(u.cmusaslsecretPLAIN, '-')
                          FROM users u JOIN domains d ON d.id = u.dom_id WHERE u.name = 'boss' ORDER BY d.name")" \

@@ -362,8 +362,8 @@ lock_held_run() {
 # --- a stand-in over Postfix's tools ---------------------------------------------------------
 
 # postmap_spy [TOOL...]: puts a stand-in over postmap (or the tools named) that, for the runs
-# mailrig makes (not the snapshots'), logs the arguments to $SPY/log and the number of password
-# variables it sees to $SPY/env, and fails the run numbered in $SPY/fail (and every later one
+# mailrig makes (not the snapshots'), logs the arguments to $SPY/log, the number of password
+# variables it sees to $SPY/env and its open descriptors to $SPY/fds, and fails the run numbered in $SPY/fail (and every later one
 # when $SPY/after exists). `spy FIXTURE [K [after]]` builds the fixture first (its own runs
 # neither fail nor count), then forgets the logged runs; with K the K-th run of the next command fails
 # (with "after" that run and every later one). `spy_off` lets every run succeed again.
@@ -378,6 +378,7 @@ postmap_spy() {
 if [ "\$(readlink /proc/\$PPID/exe)" = "$(readlink -f "$MAILRIG")" ]; then
   printf '%s\n' "\$*" >> $SPY/log
   env | grep -c '^ZVT_' >> $SPY/env
+  ls /proc/\$\$/fd >> $SPY/fds  # (a pipe or a command substitution would open descriptors here)
   n=\$(wc -l < $SPY/log) fail=\$(cat $SPY/fail 2>/dev/null)
   if [ -n "\$fail" ] && { [ "\$n" = "\$fail" ] || { [ -e $SPY/after ] && [ "\$n" -gt "\$fail" ]; }; }; then
     case " \$* " in *' -i '*|*' -d - '*) cat > /dev/null ;; esac
@@ -392,7 +393,7 @@ EOF
 }
 spy() {
   spy_off; use_fixture "$1"
-  rm -f "$SPY/log" "$SPY/env" "$SPY/fail" "$SPY/after"
+  rm -f "$SPY/log" "$SPY/env" "$SPY/fds" "$SPY/fail" "$SPY/after"
   [ -z "${2:-}" ] || echo "$2" > "$SPY/fail"
   [ -z "${3:-}" ] || touch "$SPY/after"
 }
