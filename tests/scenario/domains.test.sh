@@ -55,10 +55,12 @@ virtual *
 tree *
 signals *' --add-domain --domain-name example.com
 
-# --- add
+# --- add (after a boot emptied /var/lock: the lock folder is made again)
+rm -rf /var/lock/files
 row fresh 0 "$quiet
 $(domain_lines + example.com)
 signals +trivial-rewrite INT" --add-domain --domain-name=example.com
+expect_eq "$(stat -c %a /var/lock/files)" 755 "the lock folder made again"
 # A name that was a domain alias loses the alias records before it becomes a domain.
 row hosted 0 "$quiet
 $(domain_lines + alias.example)

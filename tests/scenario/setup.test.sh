@@ -53,6 +53,9 @@ stdout = $(report "created $ROOT" "created /var/lib/quelt/mail/handlers" \
   "mailrig-setup: the server is ready")"
 save_state ready
 WHAT="password key, not empty" check [ -s "$Q/passwd_db_key" ]
+expect_eq "$(stat -c '%U:%g %a' $Q $Q/passwd.db $Q/passwd_db_key)" "postfix:$(id -g postfix) 770
+postfix:0 460
+postfix:0 440" "owners and modes of the password database's folder, file and key"
 expect_eq "$(postfix check 2>&1 || echo "exit status $?")" "" "postfix check after setup: silent, status 0"
 
 # A prepared server: nothing to change, no byte changed. A partly prepared one: only what is
@@ -95,6 +98,7 @@ MAILRIG=$SETUP row ready+kept 0 "$nothing"
 MAILRIG=$SETUP row ready+kept 0 "passwd -domains|1|kept.test|0
 other *
 stdout = re-created the password database $Q/passwd.db and its key\nmailrig-setup: the server is ready" --recreate-password-db
+cmp -s $Q/passwd_db_key "$STATE/ready+kept/root$Q/passwd_db_key" && fail "the password key was not made anew"
 
 # Without the mail user: refused with the way to create it, nothing made. Last: the user
 # database is not among the stores a fixture puts back.

@@ -37,24 +37,6 @@ TEST_F(PasswdDbTest, MissingKeyFailsTheRegistration)
     EXPECT_TRUE(users().empty());
 }
 
-// Pauses grow by 10 us a time; the last one before giving up is just under a second.
-TEST(BusyPause, RetriesWithGrowingPausesUntilOneSecond)
-{
-    static std::vector<long> sleeps;
-    sleeps.clear();
-    const auto record = [](long us) { sleeps.push_back(us); };
-
-    int attempts = 0;
-    int resets = 0;
-    EXPECT_EQ(quelt::sqlite::retryWhileBusy([&] { ++attempts; return SQLITE_BUSY; }, [&] { ++resets; },
-                                            quelt::sqlite::BusyPause(record)),
-              SQLITE_BUSY);
-    EXPECT_EQ(attempts, 100001);
-    EXPECT_EQ(resets, 100000);
-    ASSERT_EQ(sleeps.size(), 99999u);
-    EXPECT_EQ(sleeps.back(), 999990);
-}
-
 TEST_F(PasswdDbTest, WriterWaitsForAnotherProcessLock)
 {
     // The sqlite3 shell holds the write lock well beyond the busy timeout, says so, then commits.

@@ -45,6 +45,7 @@ TEST(Instructions, TheLinesMailrigWritesInFileOrderAndHostileFilesRefusedWithThe
         {"&a@b.example\r\n", notAnAddress},
         {"&<a@b.example>\n", notAnAddress},
         {"&ab.example\n", notAnAddress},
+        {"&-oQ/tmp@example.com\n", notAnAddress},  // an option for sendmail
         {"&\n", notAnAddress},
         {"|  \n", "refused: line 1: a program line without a command"},
         {"| true\n| " + std::string(1023, 'x') + "\n", "refused: line 2: longer than 1024 bytes"},

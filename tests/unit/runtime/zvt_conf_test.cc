@@ -1,15 +1,13 @@
 // The panel configuration file: line rules and reports (its defaults are the mailname
-// scenario's), and the password hand-over.
+// scenario's, the password hand-over through the environment the mailbox rows').
 #include <syslog.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
 
 #include <gtest/gtest.h>
 
 #include "support/capture.h"
-#include "runtime/ascii_numeric.h"
 #include "runtime/log.h"
 #include "runtime/zvt_conf.h"
 
@@ -68,41 +66,6 @@ TEST(ZvtConf, LineRules)
               "Invalid variable definition NO_VALUE   \n\nExpected a value\n"
               "Invalid variable definition -bad value\n\n"
               "Expected a space after variable name\n\n");
-}
-
-TEST(EnvPassword, PlainWinsAndOnlyItIsRemoved)
-{
-    ::setenv("ZVT_PASSWORD", "plain", 1);
-    ::setenv("ZVT_CRYPTED_PASSWORD", "$AES$x", 1);
-    std::string password;
-    int crypted = -1;
-    ASSERT_EQ(get_env_password(password, crypted), 0);
-    EXPECT_EQ(password, "plain");
-    EXPECT_EQ(crypted, 0);
-    EXPECT_EQ(std::getenv("ZVT_PASSWORD"), nullptr);
-    ASSERT_EQ(get_env_password(password, crypted), 0);
-    EXPECT_EQ(password, "$AES$x");
-    EXPECT_EQ(crypted, 1);
-    EXPECT_EQ(get_env_password(password, crypted), -1);
-    EXPECT_EQ(password, "$AES$x");
-}
-
-TEST(ASCIIToNumeric, StrictDecimal)
-{
-    struct Case {
-        const char* in;
-        bool ok;
-        int value;
-    };
-    const Case cases[] = {{" 42 ", true, 42},  {"+7", true, 7},     {"65535", true, 65535},
-                          {"65536", false, 0}, {"-1", false, 0},    {"4x", false, 0},
-                          {"", false, 0},      {"+", false, 0},     {"+ ", true, 0},
-                          {" \t\r\n", false, 0}, {"12 3", false, 0}, {"x1", false, 0}};
-    for (const auto& c : cases) {
-        std::uint16_t out = 999;
-        EXPECT_EQ(Util::ASCIIToNumeric(c.in, out), c.ok) << '"' << c.in << '"';
-        EXPECT_EQ(out, c.ok ? c.value : 999) << '"' << c.in << '"';
-    }
 }
 
 }  // namespace
