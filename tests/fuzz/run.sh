@@ -3,7 +3,7 @@
 #
 #   tests/fuzz/run.sh SECONDS [BUILD_DIR] [TARGET]
 #
-# TARGET: master_cf (default), zvt_conf, maildirsize, record_filters or option_values.
+# TARGET: master_cf (default), maildirsize, record_filters or option_values.
 # SECONDS 0 only builds. BUILD_DIR (default build/fuzz) keeps the build and the corpus each
 # fuzzer grows (corpus-TARGET), so a longer run continues where the last one stopped. A crash or
 # a failed property leaves its input in BUILD_DIR and exits non-zero; the last lines of the
@@ -38,9 +38,8 @@ case $target in
     printf 'relay unix - - y - - smtp\n# why\n\n  -o syslog_name=relay\n\t-o a=b\n' > "$seeds/continued"
     printf 'smtp\tinet\tn\t-\ty\t-\t-\tsmtpd   \r\n   \n#c\npickup unix n - y 60? 1 pickup' > "$seeds/blanks"
     printf 'postlog unix-dgram n - n - 1 postlogd\nsmtpd pass - - y - - smtpd\n' > "$seeds/types"
+    printf 'smtps inet n - n\n    - - smtpd\nx inet - - - - -\nsmtp inet n - y - - smtpd\nsmtp inet n - y - - postscreen\n  ' > "$seeds/hand-edited"
     options=(-dict="$here/master_cf.dict") ;;
-  zvt_conf)
-    printf '# panel\nQUELT_MAILNAMES_D /var/qmail/mailnames\n\tPRODUCT_ROOT_D\t/usr/local/zvt # root\nbad\nNAME #\n' > "$seeds/conf" ;;
   maildirsize)
     printf '1048576S,100C\n        4096           2\n       -1024          -1\n' > "$seeds/quota"
     printf '0S\n  0 0\n' > "$seeds/bytes-only"

@@ -53,18 +53,12 @@ NAMEERR='(^Fatal error: (std::invalid_argument|quelt::idn::IdnaError)|invalid|is
 # Domains through the five domain commands: every value through the two that create and delete
 # trees, every fourth through the others, which share the same parse.
 refused=(
-  "‥/‥/‥/etc/victim" "․․" "‥"
-  . .. ... / /etc /etc/victim ../etc ../../etc/victim base.test/ base.test/info ./base.test
-  base.test/.. 'base.test/../..' '~root'
-  $'inj.test\nroot@base.test attacker@evil.example' $'base.test\n' $'\nbase.test' $'a.test\rb.test'
-  'gmail.com hijack' ' base.test' 'base.test ' $'tab\there.test' $'base.test\t'
-  '"q.test' "q'.test" 'q\.test' '#x.test' 'x#.test' '$(reboot).test' '`id`.test' 'a;b.test'
-  'a|b.test' 'a&b.test' 'a*b.test' 'a?b.test' 'a%b.test' 'a_b.test' 'a@b.test' 'a:b.test'
-  'a,b.test' 'a=b.test' 'a+b.test' 'a!b.test' '[::1]' 'a/b' '@base.test' 'info@base.test'
-  $'\x01a.test' $'a\x1f.test' $'a\x7f.test' $'a\x1b[31m.test' $'\xff.test' $'b\xc3.test' $'\xc0\xae\xc0\xae'
-  -x.test x-.test base.test. .base.test base..test 'xn--.test'
-  "$(printf 'a%.0s' {1..64}).test" "$(printf 'abcdefghi.%.0s' {1..25})test"
-  -- --help '-'
+  "‥/‥/‥/etc/victim" "․․" . .. / /etc/victim ../../etc/victim base.test/info base.test/.. '~root'
+  $'inj.test\nroot@base.test attacker@evil.example' $'base.test\n' $'a.test\rb.test' 'gmail.com hijack'
+  ' base.test' $'base.test\t' '"q.test' "q'.test" '#x.test' '$(reboot).test' '`id`.test' 'a;b.test'
+  'a|b.test' 'a*b.test' 'a_b.test' 'a@b.test' 'a:b.test' 'a,b.test' '[::1]' $'\x01a.test' $'a\x7f.test'
+  $'a\x1b[31m.test' $'\xff.test' $'\xc0\xae\xc0\xae' -x.test x-.test base.test. base..test 'xn--.test'
+  "$(printf 'a%.0s' {1..64}).test" "$(printf 'abcdefghi.%.0s' {1..25})test" -- --help
 )
 for cmd in --add-domain --remove-domain --turn-on-domain --turn-off-domain --set-domain-disk-quota; do
   extra=(); [ "$cmd" = --set-domain-disk-quota ] && extra=(--disk-quota=5)

@@ -1,6 +1,5 @@
 // The mail-handlers database on a real file, where the command rows do not reach: lookalike
-// domains, copies of odd rows, batches in one transaction, failures the commands cannot provoke,
-// and the autoresponder hook's refusals.
+// domains, copies of odd rows, batches in one transaction, failures the commands cannot provoke.
 #include <stdlib.h>
 #include <syslog.h>
 
@@ -15,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include "auth/sqlite_db.h"
-#include "handlers/autoresponder.h"
 #include "handlers/mail_handlers.h"
 #include "runtime/log.h"
 #include "support/sqlite_rows.h"
@@ -139,36 +137,6 @@ TEST_F(HandlersDb, FailuresAreLoggedOnceAndReturnMinusOne)
     EXPECT_EQ(mh_db_create(nullptr), -1);
     EXPECT_EQ(g_logged, (Log{{LOG_CRIT, "Unable to create directory for mail handlers database for(" +
                                             mh_db_path() + "): " + std::strerror(ENOTDIR)}}));
-}
-
-std::string responder(const std::string& address)
-{
-    return "2/1/1/90 autoresponder " + address;
-}
-
-// One row per listed mailname (the commands pass one checked domain); a refused item leaves the
-// database alone.
-TEST_F(HandlersDb, AutoresponderRowsForEveryListedMailname)
-{
-    ASSERT_EQ(autoresponder_action("info, Sales,boss", "a.test", AUTORESPONDER_ADD), 0);
-    ASSERT_EQ(autoresponder_action("sales", "a.test", AUTORESPONDER_REMOVE), 0);
-    const Rows want = {responder("boss@a.test"), responder("info@a.test")};
-    EXPECT_EQ(rows(), want);
-
-    const std::string some = "Unable to make action for some autoresponder handlers";
-    const std::string longName(240, 'm');
-    const std::tuple<std::string, std::string, Log> refused[] = {
-        {"info,", "a.test", {{LOG_ERR, "Mailname '' is not valid"}}},
-        {longName, "abcdefghijklmn.test", {{LOG_ERR, "domain name too long\n"}, {LOG_ERR, some}}},
-    };
-    for (const auto& [mailnames, domains, log] : refused) {
-        for (int action : {AUTORESPONDER_ADD, AUTORESPONDER_REMOVE}) {
-            g_logged.clear();
-            EXPECT_EQ(autoresponder_action(mailnames.c_str(), domains.c_str(), action), -1) << mailnames;
-            EXPECT_EQ(g_logged, log) << mailnames;
-        }
-        EXPECT_EQ(rows(), want) << mailnames;
-    }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Mailbox trees in the sandbox: repair, backups, domain renames, names that leave their parent.
+// Mailbox trees in the sandbox: repair, and names that leave their parent.
 #include <unistd.h>
 
 #include <set>
@@ -62,39 +62,6 @@ TEST_F(MaildirManagerTest, ADamagedHomeIsRepairedAndKeepsItsMail)
     EXPECT_EQ(readFile(kHome + "/Maildir/cur/1.msg"), "kept\n");
     fs::remove(kHome + "/Maildir/cur/1.msg");
     expectCompleteHome(kHome);
-}
-
-// Backups and renames move whole trees by rename, never onto an existing name, and a tree that
-// is not there has nothing to move.
-TEST_F(MaildirManagerTest, BackupsAndRenamesNeverOverwriteAndSkipMissingTrees)
-{
-    manager.createMailnameHome("example.com", "info");
-    const std::string saved = kHome + ".QueltSaved." + std::to_string(lstatOf(kHome).st_ino);
-    manager.backupMailnameHome("example.com", "info");
-    EXPECT_FALSE(fs::exists(kHome));
-    EXPECT_TRUE(fs::is_directory(saved + "/Maildir/cur")) << saved;
-
-    // A backup name that is taken, even by an empty folder, is not replaced.
-    manager.createMailnameHome("example.com", "info");
-    fs::create_directory(kHome + ".QueltSaved." + std::to_string(lstatOf(kHome).st_ino));
-    EXPECT_THROW(manager.backupMailnameHome("example.com", "info"), fs::filesystem_error);
-    EXPECT_TRUE(fs::is_directory(kHome + "/Maildir"));
-
-    const std::string root = kRoot + "/example.com";
-    const std::string rootSaved = root + ".QueltSaved." + std::to_string(lstatOf(root).st_ino);
-    manager.backupDomainRoot("example.com");
-    EXPECT_TRUE(fs::is_directory(rootSaved + "/info/Maildir")) << rootSaved;
-    EXPECT_FALSE(fs::exists(root));
-
-    // A component that is a file counts as missing too.
-    writeFile(kRoot + "/file", "x");
-    for (const std::string& path : {kRoot + "/nothing.example", kRoot + "/file/below"}) {
-        fs::path none = "untouched";
-        EXPECT_TRUE(quelt::mail::backupRename(path, none)) << path;
-        EXPECT_TRUE(none.empty()) << path;
-    }
-    EXPECT_NO_THROW(manager.backupDomainRoot("nothing.example"));
-    EXPECT_NO_THROW(manager.backupMailnameHome("nothing.example", "x"));
 }
 
 // A name that is not one entry of its parent never reaches the disk, whatever the caller

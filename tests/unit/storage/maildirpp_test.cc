@@ -161,21 +161,4 @@ TEST_F(MaildirppTest, PlantedNamesAreRefusedAndCreationGivesUp)
     EXPECT_FALSE(fs::exists(kMaildir + "/maildirsize"));
 }
 
-TEST_F(MaildirppTest, DirSizeAddsEverythingBelowWithoutFollowingLinks)
-{
-    const std::string top = kHome + "/tree";
-    fs::create_directories(top + "/a/b");
-    writeFile(top + "/one", std::string(100, 'x'));
-    writeFile(top + "/a/b/two", std::string(5000, 'x'));
-    writeFile(kHome + "/outside", std::string(70000, 'x'));
-    ASSERT_EQ(::symlink((kHome + "/outside").c_str(), (top + "/a/link").c_str()), 0);
-    long long bytes = 0, blocks = 0;
-    for (const std::string& p : {top, top + "/one", top + "/a", top + "/a/b", top + "/a/b/two", top + "/a/link"}) {
-        bytes += lstatOf(p).st_size;
-        blocks += lstatOf(p).st_blocks * 512;
-    }
-    EXPECT_EQ(get_dir_size(top, false), bytes);
-    EXPECT_EQ(get_dir_size(top, true), blocks);
-}
-
 }  // namespace
