@@ -1,6 +1,7 @@
 // Pipelines and single children against real programs: input fed and outputs drained at once,
 // statuses, set-up failures coming back typed, the failure report of a command, and nothing
 // leaked over many runs.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,6 +76,18 @@ TEST(Pipe, AThousandRunsAndFailedStartsLeakNeitherDescriptorsNorChildren)
     EXPECT_EQ(errno, ECHILD);
     ::sigaction(SIGCHLD, nullptr, &after);
     EXPECT_EQ(after.sa_handler, before.sa_handler) << "the SIGCHLD action was not restored";
+}
+
+// A descriptor the caller holds without close-on-exec (mailrig marks its own at start, this is
+// the second guard) never reaches a stage: ls sees the standard streams and its own folder.
+TEST(Pipe, AStageStartsWithTheStandardStreamsAlone)
+{
+    const int inherited = ::open("/etc/hostname", O_RDONLY);
+    ASSERT_GE(inherited, 3);
+    Collected ls{StageParameters("/bin/ls", "/proc/self/fd")};
+    EXPECT_EQ(ls.pipe.run(), 0);
+    ::close(inherited);
+    EXPECT_EQ(ls.out, "0\n1\n2\n3\n");
 }
 
 // What waitExec() throws for a child that fails before its exec, and the status it exits with.
