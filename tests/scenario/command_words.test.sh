@@ -1,8 +1,9 @@
 # Every command word of the help list reaches its own handler: no word is an invalid command,
 # and none runs another word's handler. Words that take options show their own help; that the
-# retired handler words say their own message is the handler commands scenario's. The legacy service words take no options and act
-# at once: which function each reaches is checked by unit_front, what each does by the services
-# scenario, against a real Postfix and Courier-IMAP. Words outside the list are invalid commands.
+# retired handler words say their own message is the handler commands scenario's. The legacy
+# service words take no options and act at once: that the words of a help row share one
+# function is unit_front's check, what each does the services scenario's, against a real Postfix
+# and Courier-IMAP. Words outside the list are invalid commands.
 . "$MAILRIG_TESTS/scenario/lib.sh"
 
 words_of() { # the command words of help lines, "-p, --start-smtpd" giving both, one row a line

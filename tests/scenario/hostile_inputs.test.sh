@@ -125,22 +125,14 @@ for v in Global 'global;' '' "$long"; do
   try hosted "for option '--handler-type'|invalid|is not specified" --add-handler --handler-name=f --priority=5 \
     --executable=/bin/f --context=c --handler-type="$v" --hook=before-queue
 done
-# A hook outside the list is stored as the unknown queue, and a priority that is no number as 0:
-# both only data in the database.
+# A hook outside the list is stored as the unknown queue, only data in the database (a priority
+# that is no number, and SQL text in the free-text options: rows of the handler commands).
 for v in before-queue2 'before-local ' ../x $'x\ny'; do
   row hosted 0 'handlers +handlers|4|4|1|5|f|all|/bin/f|c' --add-handler --handler-name=f --priority=5 \
     --executable=/bin/f --context=c --handler-type=global --hook="$v"
   n=$((n + 1))
 done
 try hosted "for option '--hook'" --add-handler --handler-name=f --priority=5 --executable=/bin/f --context=c --handler-type=global --hook=
-for v in abc "x'; DROP TABLE handlers; --" -; do
-  row hosted 0 'handlers +handlers|1|4|1|0|f|all|/bin/f|c' --add-handler --handler-name=f --priority="$v" \
-    --executable=/bin/f --context=c --handler-type=global --hook=before-queue
-  n=$((n + 1))
-done
-# SQL text in the free-text options is stored as it is.
-row hosted 0 "handlers +handlers|1|4|1|5|f'); DROP TABLE handlers; --|all|/bin/f|c" --add-handler \
-  --handler-name="f'); DROP TABLE handlers; --" --priority=5 --executable=/bin/f --context=c --handler-type=global --hook=before-queue
 # Numbers outside their type, or not numbers (the domain commands share one --disk-quota).
 for v in 9223372036854775808 -9223372036854775809 99999999999999999999 abc 1e5 '' ' 5' 5k 0x10; do
   try hosted "for option '--disk-quota'" --set-domain-disk-quota --domain-name=base.test --disk-quota="$v"

@@ -1,13 +1,11 @@
 // The command table against the help list: every row's words reach one handler and the table
 // holds no word the help does not list (that rows reach their own handlers is the command-words
-// scenario's); the legacy service words, which take no options and so show no help naming
-// them, reach the functions their rows name.
+// scenario's, and what each legacy service word does the services scenario's).
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "front/commands/service_commands.h"
 #include "front/dispatch/dispatcher.h"
 #include "front/dispatch/help.h"
 
@@ -44,25 +42,4 @@ TEST(CommandTable, EveryHelpRowHasOneHandlerAndNoWordIsUnlisted)
         words += rowWords.size();
     }
     EXPECT_EQ(table.size(), words) << "the table holds words the help does not list";
-}
-
-TEST(CommandTable, LegacyServiceWordsReachTheFunctionsTheirRowsName)
-{
-    const struct {
-        const char* word;
-        mc::CommandHandler handler;
-    } legacy[] = {
-        {"-p", mc::startSMTPD},         {"-o", mc::stopSMTPD},       {"-r", mc::restartSMTPD},
-        {"-s", mc::statusMTA},          {"-l", mc::startMTA},        {"-m", mc::stopMTA},
-        {"-i", mc::startIMAP},          {"-t", mc::stopIMAP},        {"-z", mc::restartIMAP},
-        {"-e", mc::statusIMAP},         {"-a", mc::enableSubmission}, {"-b", mc::disableSubmission},
-        {"--start-milter", mc::startMilter}, {"--stop-milter", mc::stopMilter},
-        {"--restart-milter", mc::restartMilter}, {"--status-milter", mc::statusMilter},
-    };
-    const mc::CommandTable table = mc::buildCommandTable();
-    for (const auto& entry : legacy) {
-        const auto found = table.find(entry.word);
-        ASSERT_NE(found, table.end()) << entry.word;
-        EXPECT_EQ(found->second, entry.handler) << entry.word;
-    }
 }
