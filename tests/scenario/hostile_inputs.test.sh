@@ -57,7 +57,7 @@ refused=(
   $'inj.test\nroot@base.test attacker@evil.example' $'base.test\n' $'a.test\rb.test' 'gmail.com hijack'
   ' base.test' $'base.test\t' '"q.test' "q'.test" '#x.test' '$(reboot).test' '`id`.test' 'a;b.test'
   'a|b.test' 'a*b.test' 'a_b.test' 'a@b.test' 'a:b.test' 'a,b.test' '[::1]' $'\x01a.test' $'a\x7f.test'
-  $'a\x1b[31m.test' $'\xff.test' $'\xc0\xae\xc0\xae' -x.test x-.test base.test. base..test 'xn--.test'
+  $'a\x1b[31m.test' $'\xff.test' $'\xc0\xae\xc0\xae' -x.test x-.test base.test. .base.test base..test 'xn--.test'
   "$(printf 'a%.0s' {1..64}).test" "$(printf 'abcdefghi.%.0s' {1..25})test" -- --help
 )
 for cmd in --add-domain --remove-domain --turn-on-domain --turn-off-domain --set-domain-disk-quota; do
