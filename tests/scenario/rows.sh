@@ -363,10 +363,11 @@ lock_held_run() {
 
 # postmap_spy [TOOL...]: puts a stand-in over postmap (or the tools named) that, for the runs
 # mailrig makes (not the snapshots'), logs the arguments to $SPY/log, the number of password
-# variables it sees to $SPY/env and its open descriptors to $SPY/fds, and fails the run numbered in $SPY/fail (and every later one
-# when $SPY/after exists). `spy FIXTURE [K [after]]` builds the fixture first (its own runs
-# neither fail nor count), then forgets the logged runs; with K the K-th run of the next command fails
-# (with "after" that run and every later one). `spy_off` lets every run succeed again.
+# variables it sees to $SPY/env and its open descriptors to $SPY/fds, and fails the run
+# numbered in $SPY/fail (and every later one when $SPY/after exists). `spy FIXTURE [K [after]]`
+# builds the fixture first (its own runs neither fail nor count), then forgets the logged runs;
+# with K the K-th run of the next command fails (with "after" that run and every later one).
+# `spy_off` lets every run succeed again.
 postmap_spy() {
   SPY=$MAILRIG_SANDBOX_ROOT/spy
   mkdir -p "$SPY"

@@ -1,4 +1,4 @@
-// MKLock over a real lock file (a temporary file left behind would show among the rows' files).
+// MKLock over a real lock file: held under its hashed name until the lock object goes.
 #include <gtest/gtest.h>
 
 #include "services/process/mk_lock.h"

@@ -78,8 +78,9 @@ TEST(Pipe, AThousandRunsAndFailedStartsLeakNeitherDescriptorsNorChildren)
     EXPECT_EQ(after.sa_handler, before.sa_handler) << "the SIGCHLD action was not restored";
 }
 
-// A descriptor the caller holds without close-on-exec (mailrig marks its own at start, this is
-// the second guard) never reaches a stage: ls sees the standard streams and its own folder.
+// A descriptor the caller holds without close-on-exec never reaches a stage (mailrig also marks
+// inherited ones at start; this guard holds without that): ls sees the standard streams and
+// its own folder.
 TEST(Pipe, AStageStartsWithTheStandardStreamsAlone)
 {
     const int inherited = ::open("/etc/hostname", O_RDONLY);
